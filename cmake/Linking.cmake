@@ -1,0 +1,1 @@
+# How the program binds its libraries.

@@ -1,0 +1,2 @@
+# Sanitizer build (AddressSanitizer and UndefinedBehaviorSanitizer).
+option(TESSAVANT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)

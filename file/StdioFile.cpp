@@ -1,0 +1,51 @@
+#include "file/StdioFile.h"
+
+#include <cerrno>
+#include <climits>
+#include <clocale>
+#include <cstring>
+#include <ctime>
+
+#include <locale.h>
+
+#include "base/Exception.h"
+
+StdioFile::StdioFile(std::string path) : stream(nullptr) {
+    std::memset(&status, 0, sizeof status);
+    stream = std::fopen(path.c_str(), "rb");
+    if (stream == nullptr) throw Exception("StdioFile::StdioFile", "", errno);
+    ::fstat(fileno(stream), &status);
+    // length() is a signed 32-bit value: refuse what it cannot describe
+    // rather than announce a wrong size.
+    if (status.st_size > INT_MAX) {
+        std::fclose(stream);
+        stream = nullptr;
+        throw Exception("StdioFile::StdioFile", "", EFBIG);
+    }
+}
+
+StdioFile::~StdioFile() {
+    if (stream != nullptr) {
+        std::fclose(stream);
+        stream = nullptr;
+    }
+}
+
+int StdioFile::read(char* buffer, int size) {
+    if (size <= 0) return 0;
+    return static_cast<int>(std::fread(buffer, 1, static_cast<size_t>(size), stream));
+}
+
+int StdioFile::length() { return static_cast<int>(status.st_size); }
+
+std::string StdioFile::modifiedTime() {
+    // The header text must be English whatever locale the process runs in.
+    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+    struct tm broken;
+    time_t seconds = status.st_mtime;
+    char text[256];
+    text[0] = '\0';
+    if (gmtime_r(&seconds, &broken) != nullptr)
+        strftime_l(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &broken, cLocale);
+    return text;
+}
