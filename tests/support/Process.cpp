@@ -22,7 +22,7 @@ void closeIfOpen(int& fd) {
 
 Process::Result Process::run(const std::string& program, const std::vector<std::string>& args,
                              const Environment& env, const std::string& input,
-                             int timeoutSeconds) {
+                             int timeoutSeconds, const std::string& workingDirectory) {
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
         ::pipe2(err, O_CLOEXEC) != 0)
@@ -45,6 +45,7 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
         ::dup2(in[0], 0);
         ::dup2(out[1], 1);
         ::dup2(err[1], 2);
+        if (!workingDirectory.empty() && ::chdir(workingDirectory.c_str()) != 0) ::_exit(126);
         ::execve(program.c_str(), argv.data(), envp.data());
         ::_exit(127);
     }

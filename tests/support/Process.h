@@ -20,7 +20,7 @@ public:
 
     static Result run(const std::string& program, const std::vector<std::string>& args,
                       const Environment& env, const std::string& input = std::string(),
-                      int timeoutSeconds = 60);
+                      int timeoutSeconds = 60, const std::string& workingDirectory = "");
 
     // The program under test, with a CGI-like environment.
     static Result tessavant(const Environment& env, const std::vector<std::string>& args = {},
