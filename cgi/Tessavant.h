@@ -9,6 +9,7 @@ class QueryString;
 class Tessavant {
 public:
     static const char* const VERSION;
+    static constexpr int COPY_BUFFER_SIZE = 524288;
 
     Tessavant(int argc, char** argv, char** envp);
 

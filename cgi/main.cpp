@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 
@@ -13,6 +14,9 @@ namespace {
 
 int main(int argc, char** argv) {
     std::set_terminate(silentTerminate);
+    // A reader that goes away ends the copy through a failed write, not
+    // through a signal.
+    std::signal(SIGPIPE, SIG_IGN);
     Tessavant request(argc, argv, environ);
     return request.run();
 }
