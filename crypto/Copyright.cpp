@@ -15,4 +15,6 @@ std::string Copyright::get() {
     return text;
 }
 
-std::string Copyright::getConstStr() { return get().substr(5, 30); }
+std::string Copyright::getConstStr() {
+    return get().substr(5, 30);
+}

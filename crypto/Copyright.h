@@ -6,7 +6,7 @@
 // assembled at run time from an alphabet and the build's picks, so the
 // finished text never stands among the program's constants.
 class Copyright {
-public:
+  public:
     Copyright() {}
     ~Copyright() {}
 
