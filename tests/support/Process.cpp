@@ -23,6 +23,9 @@ void closeIfOpen(int& fd) {
 Process::Result Process::run(const std::string& program, const std::vector<std::string>& args,
                              const Environment& env, const std::string& input,
                              int timeoutSeconds, const std::string& workingDirectory) {
+    // A child that ends before reading its input must not take the test
+    // process down with it.
+    ::signal(SIGPIPE, SIG_IGN);
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
         ::pipe2(err, O_CLOEXEC) != 0)
