@@ -5,7 +5,7 @@
 // The one error type of the program: a code (errno where a system call
 // failed, -1 otherwise) and a message that already carries its context.
 class Exception {
-public:
+  public:
     Exception(std::string message, int code);
     // Stores where + " " + message; where names the throwing operation.
     Exception(std::string where, std::string message, int code);
@@ -15,7 +15,7 @@ public:
     // message + " (" + code + ")"
     std::string getMessageCode() const;
 
-private:
+  private:
     int code;
     std::string message;
 };

@@ -4,7 +4,7 @@
 
 // Static string operations shared by every subsystem.
 class Util {
-public:
+  public:
     Util() = default;
     ~Util() = default;
 

@@ -6,7 +6,7 @@
 // The request's parameters: lower-cased names to values, taken as they stand
 // (no percent or plus decoding; one surrounding quote removed at each end).
 class QueryString : public std::map<std::string, std::string> {
-public:
+  public:
     // A null or empty text gives an empty map.
     explicit QueryString(const char* text);
     virtual ~QueryString() = default;

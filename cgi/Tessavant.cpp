@@ -1,15 +1,14 @@
 #include "cgi/Tessavant.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 #include "base/Exception.h"
 #include "base/Util.h"
@@ -26,16 +25,22 @@ namespace {
 
 const char TEXT_HEADER[] = "Content-type: text/plain\n\n";
 
-void put(const char* text) { std::fputs(text, stdout); }
-void put(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+void put(const char* text) {
+    std::fputs(text, stdout);
+}
+void put(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
 
 // The POST body, zero-filled so that a body shorter than announced reads as
 // a shorter text.
 std::unique_ptr<char, decltype(&std::free)> readBody() {
     const char* contentLength = std::getenv("CONTENT_LENGTH");
-    if (contentLength == nullptr) throw Exception("Tessavant", "CONTENT_LENGTH not found", -1);
+    if (contentLength == nullptr)
+        throw Exception("Tessavant", "CONTENT_LENGTH not found", -1);
     long length = std::strtol(contentLength, nullptr, 10);
-    if (length <= 0) throw Exception("Tessavant", "CONTENT_LENGTH invalid", -1);
+    if (length <= 0)
+        throw Exception("Tessavant", "CONTENT_LENGTH invalid", -1);
     char* body = static_cast<char*>(std::calloc(static_cast<unsigned long>(length) + 1, 1));
     if (body == nullptr || length == __LONG_MAX__)
         throw Exception("Tessavant", "Out of memory", -1);
@@ -114,7 +119,8 @@ void Tessavant::serverInformation() {
     const char* software = std::getenv("SERVER_SOFTWARE");
     // An unset field puts the reply into its failed state: nothing more is
     // written, not even the closing blank line.
-    if (software == nullptr) return;
+    if (software == nullptr)
+        return;
     put(software);
     put("&i=");
     put(Copyright::get());
@@ -144,7 +150,8 @@ bool writeOut(const char* first, size_t firstLength, const char* second = nullpt
         }
         ssize_t n = ::writev(STDOUT_FILENO, next, count);
         if (n < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR)
+                continue;
             return false;
         }
         size_t done = static_cast<size_t>(n);
@@ -161,7 +168,9 @@ bool writeOut(const char* first, size_t firstLength, const char* second = nullpt
     return true;
 }
 
-bool writeOut(const std::string& text) { return writeOut(text.data(), text.size()); }
+bool writeOut(const std::string& text) {
+    return writeOut(text.data(), text.size());
+}
 
 }  // namespace
 
@@ -197,19 +206,20 @@ void Tessavant::image(QueryString& q) {
         }
 
         const int length = file->length();
-        pending = "Connection: keep-alive\n"
-                  "Content-Type: application/octet-stream\n"
-                  "Accept-Ranges: bytes\n"
-                  "Last-Modified: " +
-                  file->modifiedTime() +
-                  "\n"
-                  "Etag: " +
-                  etag +
-                  "\n"
-                  "Cache-Control: max-age=31536000, must-revalidate, public\n"
-                  "Expires: Fri, 31 Dec 2027 12:00:00 GMT\n"
-                  "Content-Length: " +
-                  std::to_string(length) + "\n\n";
+        pending =
+            "Connection: keep-alive\n"
+            "Content-Type: application/octet-stream\n"
+            "Accept-Ranges: bytes\n"
+            "Last-Modified: " +
+            file->modifiedTime() +
+            "\n"
+            "Etag: " +
+            etag +
+            "\n"
+            "Cache-Control: max-age=31536000, must-revalidate, public\n"
+            "Expires: Fri, 31 Dec 2027 12:00:00 GMT\n"
+            "Content-Length: " +
+            std::to_string(length) + "\n\n";
 
         int remaining = length;
         while (remaining > 0) {
@@ -220,12 +230,14 @@ void Tessavant::image(QueryString& q) {
             pending.clear();
             remaining -= got;
             // A short read ends the body, even below the announced length.
-            if (!written || got != request) break;
+            if (!written || got != request)
+                break;
         }
-        if (!pending.empty()) writeOut(pending);
+        if (!pending.empty())
+            writeOut(pending);
     } catch (const Exception& e) {
-        if (!pending.empty()) writeOut(pending);
-        writeOut(std::string(TEXT_HEADER) + "e=" + reference + " - " + e.getMessageCode() +
-                 "\n\n");
+        if (!pending.empty())
+            writeOut(pending);
+        writeOut(std::string(TEXT_HEADER) + "e=" + reference + " - " + e.getMessageCode() + "\n\n");
     }
 }

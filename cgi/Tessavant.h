@@ -7,7 +7,7 @@ class QueryString;
 // One CGI request from intake to reply: finds the parameter text, parses it
 // and answers the command in "cmd". Everything goes to standard output.
 class Tessavant {
-public:
+  public:
     static const char* const VERSION;
     static constexpr int COPY_BUFFER_SIZE = 524288;
 
@@ -17,7 +17,7 @@ public:
     // thrown as Exception and deliberately not caught here.
     int run();
 
-private:
+  private:
     void banner();
     void environment();
     void version();

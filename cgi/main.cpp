@@ -9,7 +9,9 @@ extern char** environ;
 namespace {
 // The run-time's default handler would describe the exception on standard
 // error; the program must end abnormally without a word.
-[[noreturn]] void silentTerminate() { std::abort(); }
+[[noreturn]] void silentTerminate() {
+    std::abort();
+}
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -5,7 +5,7 @@
 // An HTTP date in the fixed-width RFC 1123 form, as six fields ordered
 // field by field; anything else parses as the all-zero date.
 class Date {
-public:
+  public:
     explicit Date(const char* text);
     virtual ~Date() = default;
 

@@ -1,19 +1,20 @@
 #include "file/StdioFile.h"
 
+#include <locale.h>
+
 #include <cerrno>
 #include <climits>
 #include <clocale>
 #include <cstring>
 #include <ctime>
 
-#include <locale.h>
-
 #include "base/Exception.h"
 
 StdioFile::StdioFile(std::string path) : stream(nullptr) {
     std::memset(&status, 0, sizeof status);
     stream = std::fopen(path.c_str(), "rb");
-    if (stream == nullptr) throw Exception("StdioFile::StdioFile", "", errno);
+    if (stream == nullptr)
+        throw Exception("StdioFile::StdioFile", "", errno);
     ::fstat(fileno(stream), &status);
     // length() is a signed 32-bit value: refuse what it cannot describe
     // rather than announce a wrong size.
@@ -32,11 +33,14 @@ StdioFile::~StdioFile() {
 }
 
 int StdioFile::read(char* buffer, int size) {
-    if (size <= 0) return 0;
+    if (size <= 0)
+        return 0;
     return static_cast<int>(std::fread(buffer, 1, static_cast<size_t>(size), stream));
 }
 
-int StdioFile::length() { return static_cast<int>(status.st_size); }
+int StdioFile::length() {
+    return static_cast<int>(status.st_size);
+}
 
 std::string StdioFile::modifiedTime() {
     // The header text must be English whatever locale the process runs in.

@@ -9,7 +9,7 @@
 
 // A file on the local disk; its size and time are taken once at opening.
 class StdioFile : public File {
-public:
+  public:
     explicit StdioFile(std::string path);
     ~StdioFile() override;
     StdioFile(const StdioFile&) = delete;
@@ -19,7 +19,7 @@ public:
     int length() override;
     std::string modifiedTime() override;
 
-private:
+  private:
     FILE* stream;
     struct stat status;
 };

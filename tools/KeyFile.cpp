@@ -11,14 +11,18 @@ std::vector<std::string> words(const std::string& line) {
     std::vector<std::string> r;
     std::istringstream in(line);
     std::string w;
-    while (in >> w) r.push_back(w);
+    while (in >> w)
+        r.push_back(w);
     return r;
 }
 
 int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
     return -1;
 }
 
@@ -38,13 +42,16 @@ KeyFile KeyFile::parse(const std::string& text, const std::string& name) {
     while (std::getline(in, line)) {
         ++lineNumber;
         std::vector<std::string> w = words(line);
-        if (w.empty() || w[0][0] == '#') continue;
+        if (w.empty() || w[0][0] == '#')
+            continue;
         const std::string& item = w[0];
         const size_t values = w.size() - 1;
 
         if (item == "signature") {
-            if (seenSignature) throw fail("duplicate item 'signature'");
-            if (values != 1) throw fail("'signature' takes one value of 32 hex digits");
+            if (seenSignature)
+                throw fail("duplicate item 'signature'");
+            if (values != 1)
+                throw fail("'signature' takes one value of 32 hex digits");
             const std::string& v = w[1];
             if (v.size() != 2 * SIGNATURE_BYTES)
                 throw fail("wrong count: 'signature' has " + std::to_string(v.size()) +
@@ -58,7 +65,8 @@ KeyFile KeyFile::parse(const std::string& text, const std::string& name) {
             }
             seenSignature = true;
         } else if (item == "picks") {
-            if (seenPicks) throw fail("duplicate item 'picks'");
+            if (seenPicks)
+                throw fail("duplicate item 'picks'");
             if (values != PICKS)
                 throw fail("wrong count: 'picks' has " + std::to_string(values) +
                            " values, expected 35");
@@ -74,12 +82,14 @@ KeyFile KeyFile::parse(const std::string& text, const std::string& name) {
             }
             seenPicks = true;
         } else if (item.compare(0, 5, "mixer") == 0 && item.size() > 5 &&
-                   item.find_first_not_of("0123456789", 5) == std::string::npos &&
-                   item[5] != '0' && std::atoi(item.c_str() + 5) >= 1 &&
-                   std::atoi(item.c_str() + 5) <= MIXERS && item.size() <= 7) {
+                   item.find_first_not_of("0123456789", 5) == std::string::npos && item[5] != '0' &&
+                   std::atoi(item.c_str() + 5) >= 1 && std::atoi(item.c_str() + 5) <= MIXERS &&
+                   item.size() <= 7) {
             const int n = std::atoi(item.c_str() + 5);
-            if (seenMixer[n - 1]) throw fail("duplicate item '" + item + "'");
-            if (values != 1) throw fail("'" + item + "' takes one value of 56 bits");
+            if (seenMixer[n - 1])
+                throw fail("duplicate item '" + item + "'");
+            if (values != 1)
+                throw fail("'" + item + "' takes one value of 56 bits");
             const std::string& v = w[1];
             if (v.size() != MIXER_BITS)
                 throw fail("wrong count: '" + item + "' has " + std::to_string(v.size()) +
@@ -97,16 +107,20 @@ KeyFile KeyFile::parse(const std::string& text, const std::string& name) {
     }
 
     // Missing items are reported at the end of the file.
-    if (!seenSignature) throw fail("missing item 'signature'");
-    if (!seenPicks) throw fail("missing item 'picks'");
+    if (!seenSignature)
+        throw fail("missing item 'signature'");
+    if (!seenPicks)
+        throw fail("missing item 'picks'");
     for (int i = 0; i < MIXERS; ++i)
-        if (!seenMixer[i]) throw fail("missing item 'mixer" + std::to_string(i + 1) + "'");
+        if (!seenMixer[i])
+            throw fail("missing item 'mixer" + std::to_string(i + 1) + "'");
     return keys;
 }
 
 KeyFile KeyFile::load(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    if (!in) throw Error(path + ": cannot open key file");
+    if (!in)
+        throw Error(path + ": cannot open key file");
     std::ostringstream text;
     text << in.rdbuf();
     return parse(text.str(), path);
@@ -116,11 +130,13 @@ std::string KeyFile::materialHeader() const {
     std::ostringstream out;
     out << "// Generated from the key file at build time. Do not edit.\n#pragma once\n\n";
     out << "#define TESSAVANT_SIGNATURE {";
-    for (int i = 0; i < SIGNATURE_BYTES; ++i) out << (i ? ", " : "") << int(signature[i]);
+    for (int i = 0; i < SIGNATURE_BYTES; ++i)
+        out << (i ? ", " : "") << int(signature[i]);
     out << "}\n";
     for (int m = 0; m < MIXERS; ++m) {
         out << "#define TESSAVANT_MIXER" << m + 1 << " {";
-        for (int i = 0; i < MIXER_BITS; ++i) out << (i ? "," : "") << int(mixers[m][i]);
+        for (int i = 0; i < MIXER_BITS; ++i)
+            out << (i ? "," : "") << int(mixers[m][i]);
         out << "}\n";
     }
     return out.str();

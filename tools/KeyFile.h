@@ -10,10 +10,10 @@
 //   mixer1 .. mixer18 <56 characters 0 or 1>
 // '#' starts a comment line; blank lines are ignored.
 class KeyFile {
-public:
+  public:
     // Thrown with "<file>:<line>: <what is wrong>".
     class Error : public std::runtime_error {
-    public:
+      public:
         using std::runtime_error::runtime_error;
     };
 

@@ -14,7 +14,8 @@ bool writeIfChanged(const std::string& path, const std::string& content) {
         if (old) {
             std::string existing((std::istreambuf_iterator<char>(old)),
                                  std::istreambuf_iterator<char>());
-            if (existing == content) return true;
+            if (existing == content)
+                return true;
         }
     }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);

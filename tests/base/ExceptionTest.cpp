@@ -1,6 +1,6 @@
-#include "base/Exception.h"
-
 #include <gtest/gtest.h>
+
+#include "base/Exception.h"
 
 TEST(Exception, JoinsWhereAndMessageWithOneBlankAndFormatsTheCode) {
     Exception located("StdioFile::StdioFile", "", 2);

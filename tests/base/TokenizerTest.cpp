@@ -1,6 +1,6 @@
-#include "base/Tokenizer.h"
-
 #include <gtest/gtest.h>
+
+#include "base/Tokenizer.h"
 
 using Tokens = std::vector<std::string>;
 

@@ -1,8 +1,8 @@
-#include "base/Util.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
+
+#include "base/Util.h"
 
 TEST(Util, ItoaWritesTheSignOnlyInBaseTen) {
     EXPECT_EQ(Util::itoa(0, 10), "0");

@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 #include <utime.h>
 
-#include "crypto/Copyright.h"
-#include "crypto/Hex.h"
-#include "crypto/StringCrypto.h"
+#include "tests/support/ImageQuery.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 
@@ -13,16 +11,8 @@ const std::string PASSWORD = "a client password";
 const time_t NOV_1994 = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
 const std::string NOV_1994_TEXT = "Sun, 06 Nov 1994 08:49:37 GMT";
 
-std::string encrypt(const std::string& password, const std::string& plain) {
-    StringCrypto crypto(password.c_str(), true);
-    return Hex::encode(
-        crypto.cipher(reinterpret_cast<const unsigned char*>(plain.data()), plain.size()));
-}
-
-// The query a client sends for a reference.
 std::string query(const std::string& reference) {
-    return "cmd=img&p=" + encrypt(Copyright::getConstStr(), PASSWORD) +
-           "&i=" + encrypt(PASSWORD, reference);
+    return imageQuery(PASSWORD, reference);
 }
 
 Process::Result image(const std::string& reference, Process::Environment env = {},
@@ -67,18 +57,18 @@ TEST(Image, SendsTheHeaderBlockAndTheBytes) {
 
     // Two full chunks and one byte, all of it, in order.
     std::string big(1048577, '\0');
-    for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 4096);
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>(i * 7 + i / 4096);
     Process::Result r = image(dated(dir, "big.bin", big));
     expectOk(r, headers(NOV_1994_TEXT, 1048577) + big);
 
     // A POST request and a relative path resolved in the working directory.
     dated(dir, "htt", "local");
     expectOk(image("htt", {}, dir.path()), headers(NOV_1994_TEXT, 5) + "local");
-    Process::Result post =
-        Process::run(TESSAVANT_BIN, {},
-                     {{"REQUEST_METHOD", "POST"},
-                      {"CONTENT_LENGTH", std::to_string(query("ht").size())}},
-                     query("ht"), 60, dir.path());
+    Process::Result post = Process::run(
+        TESSAVANT_BIN, {},
+        {{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", std::to_string(query("ht").size())}},
+        query("ht"), 60, dir.path());
     EXPECT_EQ(post.out, std::string(Process::TEXT) + "e=ht - StdioFile::StdioFile  (2)\n\n");
 }
 

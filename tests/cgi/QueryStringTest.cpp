@@ -1,6 +1,6 @@
-#include "cgi/QueryString.h"
-
 #include <gtest/gtest.h>
+
+#include "cgi/QueryString.h"
 
 using Map = std::map<std::string, std::string>;
 

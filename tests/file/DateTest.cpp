@@ -1,6 +1,6 @@
-#include "file/Date.h"
-
 #include <gtest/gtest.h>
+
+#include "file/Date.h"
 
 namespace {
 std::vector<uint32_t> fields(const Date& d) {

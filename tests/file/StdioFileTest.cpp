@@ -1,5 +1,3 @@
-#include "file/StdioFile.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <utime.h>
@@ -9,6 +7,7 @@
 #include <ctime>
 
 #include "base/Exception.h"
+#include "file/StdioFile.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -77,7 +76,8 @@ TEST(StdioFile, ModifiedTimeIsAnEnglishHttpDate) {
 TEST(StdioFile, ModifiedTimeStaysEnglishUnderAGermanLocale) {
     TempDir dir;
     std::string command = "localedef -i de_DE -f UTF-8 " + dir.path() + "/de_DE.UTF-8 2>/dev/null";
-    if (std::system(command.c_str()) != 0 && ::access((dir.path() + "/de_DE.UTF-8").c_str(), F_OK) != 0)
+    if (std::system(command.c_str()) != 0 &&
+        ::access((dir.path() + "/de_DE.UTF-8").c_str(), F_OK) != 0)
         GTEST_SKIP() << "localedef cannot build de_DE.UTF-8 here";
     ::setenv("LOCPATH", dir.path().c_str(), 1);
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);

@@ -15,40 +15,45 @@ const char* const Process::TEXT = "Content-type: text/plain\n\n";
 
 namespace {
 void closeIfOpen(int& fd) {
-    if (fd >= 0) ::close(fd);
+    if (fd >= 0)
+        ::close(fd);
     fd = -1;
 }
 }  // namespace
 
 Process::Result Process::run(const std::string& program, const std::vector<std::string>& args,
-                             const Environment& env, const std::string& input,
-                             int timeoutSeconds, const std::string& workingDirectory) {
+                             const Environment& env, const std::string& input, int timeoutSeconds,
+                             const std::string& workingDirectory) {
     // A child that ends before reading its input must not take the test
     // process down with it.
     ::signal(SIGPIPE, SIG_IGN);
     int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
-        ::pipe2(err, O_CLOEXEC) != 0)
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
 
     std::vector<std::string> argStrings{program};
     argStrings.insert(argStrings.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (auto& a : argStrings) argv.push_back(const_cast<char*>(a.c_str()));
+    for (auto& a : argStrings)
+        argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     std::vector<std::string> envStrings;
-    for (const auto& e : env) envStrings.push_back(e.first + "=" + e.second);
+    for (const auto& e : env)
+        envStrings.push_back(e.first + "=" + e.second);
     std::vector<char*> envp;
-    for (auto& e : envStrings) envp.push_back(const_cast<char*>(e.c_str()));
+    for (auto& e : envStrings)
+        envp.push_back(const_cast<char*>(e.c_str()));
     envp.push_back(nullptr);
 
     pid_t pid = ::fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
     if (pid == 0) {
         ::dup2(in[0], 0);
         ::dup2(out[1], 1);
         ::dup2(err[1], 2);
-        if (!workingDirectory.empty() && ::chdir(workingDirectory.c_str()) != 0) ::_exit(126);
+        if (!workingDirectory.empty() && ::chdir(workingDirectory.c_str()) != 0)
+            ::_exit(126);
         ::execve(program.c_str(), argv.data(), envp.data());
         ::_exit(127);
     }
@@ -56,7 +61,8 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
     ::close(out[1]);
     ::close(err[1]);
     int inFd = in[1], outFd = out[0], errFd = err[0];
-    if (input.empty()) closeIfOpen(inFd);
+    if (input.empty())
+        closeIfOpen(inFd);
     ::fcntl(inFd, F_SETFL, O_NONBLOCK);
 
     Result r;
@@ -74,16 +80,23 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
         }
         pollfd fds[3];
         int n = 0;
-        if (outFd >= 0) fds[n++] = {outFd, POLLIN, 0};
-        if (errFd >= 0) fds[n++] = {errFd, POLLIN, 0};
-        if (inFd >= 0) fds[n++] = {inFd, POLLOUT, 0};
-        if (::poll(fds, n, static_cast<int>(left)) < 0 && errno != EINTR) break;
+        if (outFd >= 0)
+            fds[n++] = {outFd, POLLIN, 0};
+        if (errFd >= 0)
+            fds[n++] = {errFd, POLLIN, 0};
+        if (inFd >= 0)
+            fds[n++] = {inFd, POLLOUT, 0};
+        if (::poll(fds, n, static_cast<int>(left)) < 0 && errno != EINTR)
+            break;
         for (int i = 0; i < n; ++i) {
-            if (fds[i].revents == 0) continue;
+            if (fds[i].revents == 0)
+                continue;
             if (fds[i].fd == inFd) {
                 ssize_t w = ::write(inFd, input.data() + written, input.size() - written);
-                if (w > 0) written += static_cast<size_t>(w);
-                if (w < 0 || written == input.size()) closeIfOpen(inFd);
+                if (w > 0)
+                    written += static_cast<size_t>(w);
+                if (w < 0 || written == input.size())
+                    closeIfOpen(inFd);
                 continue;
             }
             ssize_t got = ::read(fds[i].fd, buffer, sizeof buffer);
@@ -114,10 +127,12 @@ Process::Result Process::tessavant(const Environment& env, const std::vector<std
 }
 
 void stopProcess(int pid) {
-    if (pid <= 0) return;
+    if (pid <= 0)
+        return;
     ::kill(pid, SIGTERM);
     for (int i = 0; i < 100; ++i) {
-        if (::waitpid(pid, nullptr, WNOHANG) == pid) return;
+        if (::waitpid(pid, nullptr, WNOHANG) == pid)
+            return;
         ::usleep(50000);
     }
     ::kill(pid, SIGKILL);

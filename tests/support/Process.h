@@ -7,7 +7,7 @@
 // Runs a program with exactly the given environment, arguments and standard
 // input, and captures what it did. Every wait is bounded.
 class Process {
-public:
+  public:
     struct Result {
         std::string out;
         std::string err;

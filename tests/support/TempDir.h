@@ -4,7 +4,7 @@
 
 // A fresh directory under /tmp, removed with its content at destruction.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -14,7 +14,7 @@ public:
     // Writes a file below the directory and returns its full path.
     std::string write(const std::string& name, const std::string& content) const;
 
-private:
+  private:
     std::string dir;
 };
 

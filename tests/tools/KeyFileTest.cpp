@@ -1,15 +1,16 @@
-#include "tools/KeyFile.h"
-
 #include <gtest/gtest.h>
 
 #include "crypto/Copyright.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
+#include "tools/KeyFile.h"
 
 namespace {
 const std::string ALPHABET = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ .,";
 
-std::string validText() { return readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys"); }
+std::string validText() {
+    return readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys");
+}
 
 std::string replaceLine(const std::string& text, const std::string& item, const std::string& line) {
     std::string r = text;
@@ -39,7 +40,8 @@ TEST(KeyFile, TheDefaultFileParsesAndGivesTheIdentificationText) {
     EXPECT_EQ(keys.signature[0], 0x3c);
     EXPECT_EQ(keys.signature[15], 0x6d);
     std::string id;
-    for (int pick : keys.picks) id += ALPHABET[pick];
+    for (int pick : keys.picks)
+        id += ALPHABET[pick];
     EXPECT_EQ(id, Copyright::get());
     EXPECT_EQ(Copyright::get(), "Tessavant 6.0, image server, Linux.");
     EXPECT_EQ(Copyright::getConstStr(), "vant 6.0, image server, Linux.");
@@ -62,7 +64,8 @@ TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
     EXPECT_EQ(errorOf(replaceLine(text, "picks", "picks 1 2 3")),
               "k.keys:" + picks + ": wrong count: 'picks' has 3 values, expected 35");
     std::string bigPick = "picks 65" + std::string(34 * 2, ' ');
-    for (int i = 0; i < 34; ++i) bigPick.replace(9 + 2 * i, 1, "1");
+    for (int i = 0; i < 34; ++i)
+        bigPick.replace(9 + 2 * i, 1, "1");
     EXPECT_EQ(errorOf(replaceLine(text, "picks", bigPick)),
               "k.keys:" + picks + ": value out of range: pick 1 is 65, expected 0 to 64");
     std::string badPick = bigPick;
@@ -90,7 +93,8 @@ TEST(KeyFile, TheGeneratorStopsTheBuildWithTheMessage) {
                          ": wrong count: 'mixer7' has 2 bits, expected 56\n");
     r = Process::run(KEYS2CPP, {dir.path() + "/none.keys", dir.path()}, {});
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "error: malformed key file: " + dir.path() + "/none.keys: cannot open key file\n");
+    EXPECT_EQ(r.err,
+              "error: malformed key file: " + dir.path() + "/none.keys: cannot open key file\n");
 }
 
 TEST(KeyFile, KeygenWritesFilesThatParse) {
@@ -103,7 +107,8 @@ TEST(KeyFile, KeygenWritesFilesThatParse) {
     ASSERT_EQ(r.status, 0) << r.err;
     KeyFile b = KeyFile::parse(r.out, "stdout");
     std::string id;
-    for (int pick : b.picks) id += ALPHABET[pick];
+    for (int pick : b.picks)
+        id += ALPHABET[pick];
     EXPECT_EQ(id, "Another deployment, 2026 edition.xy");
     EXPECT_NE(a.signature, b.signature);
     EXPECT_NE(a.mixers, b.mixers);
