@@ -7,18 +7,14 @@
 
 #include "base/Exception.h"
 #include "file/HttpFile.h"
+#include "tests/support/Failure.h"
 #include "tests/support/Lighttpd.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 
 namespace {
 std::string failure(const std::string& reference) {
-    try {
-        HttpFile f(reference);
-    } catch (const Exception& e) {
-        return e.getMessageCode();
-    }
-    return "opened";
+    return failureOf([&] { HttpFile f(reference); });
 }
 
 std::string readAll(File& f, int chunk) {

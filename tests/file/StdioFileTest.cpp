@@ -8,6 +8,7 @@
 
 #include "base/Exception.h"
 #include "file/StdioFile.h"
+#include "tests/support/Failure.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -17,12 +18,7 @@ void setModified(const std::string& path, time_t when) {
 }
 
 std::string openFailure(const std::string& path) {
-    try {
-        StdioFile f(path);
-    } catch (const Exception& e) {
-        return e.getMessageCode();
-    }
-    return "opened";
+    return failureOf([&] { StdioFile f(path); });
 }
 }  // namespace
 

@@ -7,22 +7,13 @@
 #include "base/Exception.h"
 #include "net/HttpConnection.h"
 #include "net/HttpsConnection.h"
+#include "tests/support/Failure.h"
 #include "tests/support/Lighttpd.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 
 namespace {
 const std::string AGENT = "Tessavant/6.0+(https://www.tessavant.org/)";
-
-template <typename F>
-std::string failure(F action) {
-    try {
-        action();
-    } catch (const Exception& e) {
-        return e.getMessageCode();
-    }
-    return "no failure";
-}
 
 // Records each write of the request as it is made.
 class RecordingConnection : public HttpConnection {
@@ -74,7 +65,7 @@ class FailingConnection : public HttpConnection {
 std::string answer(const ScriptedServer::Exchange& step) {
     ScriptedServer server;
     server.serve({step});
-    return failure([&] {
+    return failureOf([&] {
         std::unique_ptr<HttpConnection> c(new HttpConnection("127.0.0.1", server.port()));
         c->request("//x");
     });
@@ -152,7 +143,7 @@ TEST(HttpConnection, StatusLineAndHeaderFields) {
     EXPECT_FALSE(parse("HTTP/1.1 400 D"));
     EXPECT_FALSE(parse("HTTP/1.1 abc E"));
     EXPECT_EQ(c->status, 0);
-    EXPECT_EQ(failure([&] { parse("HTTP/1.1 200"); }),
+    EXPECT_EQ(failureOf([&] { parse("HTTP/1.1 200"); }),
               "HttpConnection::parseStatus Invalid response (-1)");
 
     // A redirection without a location is a clean failure.
@@ -163,7 +154,7 @@ TEST(HttpConnection, StatusLineAndHeaderFields) {
     std::unique_ptr<HttpConnection> d(new HttpConnection("127.0.0.1", bare.port()));
     d->request("/");
     EXPECT_TRUE(d->redirected());
-    EXPECT_EQ(failure([&] { d->redirection(); }),
+    EXPECT_EQ(failureOf([&] { d->redirection(); }),
               "HttpConnection::redirection No location header (-1)");
 }
 
@@ -205,7 +196,7 @@ TEST(HttpConnection, BlankLineSearchStopsAtTheEndOfAFullBuffer) {
     server.answer({noBlank + "\nbody"});
     std::unique_ptr<WholeBlockConnection> c(new WholeBlockConnection("127.0.0.1", server.port()));
     ASSERT_TRUE(c->plantLineFeedAfterBuffer());
-    EXPECT_EQ(failure([&] { c->request("/"); }), "HttpConnection::open Bad response (-1)");
+    EXPECT_EQ(failureOf([&] { c->request("/"); }), "HttpConnection::open Bad response (-1)");
     c.reset();
 
     // A blank line in the buffer's last four bytes is found; no body byte is left.
@@ -266,7 +257,7 @@ TEST(HttpsConnection, HandshakeWithAPlainServerIsABadResponse) {
     plain.pieces = {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"};
     server.serve({plain});
     EXPECT_EQ(
-        failure([&] {
+        failureOf([&] {
             std::unique_ptr<HttpsConnection> c(new HttpsConnection("127.0.0.1", server.port()));
             c->request("/");
         }),

@@ -10,18 +10,10 @@
 
 #include "base/Exception.h"
 #include "net/Socket.h"
+#include "tests/support/Failure.h"
 #include "tests/support/ScriptedServer.h"
 
 namespace {
-template <typename F>
-std::string failure(F action) {
-    try {
-        action();
-    } catch (const Exception& e) {
-        return e.getMessageCode();
-    }
-    return "no failure";
-}
 
 // Reaches the protected state; listens on the loopback address only, so the
 // server side can be tried without opening a port to the network.
@@ -46,10 +38,10 @@ class LoopbackSocket : public Socket {
 TEST(Socket, NothingToSendOrReceiveMakesNoSystemCall) {
     Socket closed("127.0.0.1", 1);  // never opened: a system call would fail
     char b[4];
-    EXPECT_EQ(failure([&] { closed.send(nullptr, 4); }), "no failure");
-    EXPECT_EQ(failure([&] { closed.send("abc", 0); }), "no failure");
-    EXPECT_EQ(failure([&] { closed.send("abc", -1); }), "no failure");
-    EXPECT_EQ(failure([&] { closed << ""; }), "no failure");
+    EXPECT_EQ(failureOf([&] { closed.send(nullptr, 4); }), "no failure");
+    EXPECT_EQ(failureOf([&] { closed.send("abc", 0); }), "no failure");
+    EXPECT_EQ(failureOf([&] { closed.send("abc", -1); }), "no failure");
+    EXPECT_EQ(failureOf([&] { closed << ""; }), "no failure");
     EXPECT_EQ(closed.recv(nullptr, 4), 0);
     EXPECT_EQ(closed.recv(b, 0), 0);
     EXPECT_EQ(closed.recv(b, -3), 0);
@@ -60,25 +52,25 @@ TEST(Socket, NothingToSendOrReceiveMakesNoSystemCall) {
 TEST(Socket, EveryFailedCallNamesItsOperationAndErrno) {
     Socket closed("127.0.0.1", 1);
     char b[4];
-    EXPECT_EQ(failure([&] { closed.send("x", 1); }), "Socket::send send (9)");
-    EXPECT_EQ(failure([&] { closed.recv(b, 4); }), "Socket::recv recv (9)");
-    EXPECT_EQ(failure([&] { closed.connect(); }), "Socket::connect connect (9)");
-    EXPECT_EQ(failure([&] { closed.bind(); }), "Socket::bind bind (9)");
-    EXPECT_EQ(failure([&] { closed.listen(); }), "Socket::listen listen (9)");
+    EXPECT_EQ(failureOf([&] { closed.send("x", 1); }), "Socket::send send (9)");
+    EXPECT_EQ(failureOf([&] { closed.recv(b, 4); }), "Socket::recv recv (9)");
+    EXPECT_EQ(failureOf([&] { closed.connect(); }), "Socket::connect connect (9)");
+    EXPECT_EQ(failureOf([&] { closed.bind(); }), "Socket::bind bind (9)");
+    EXPECT_EQ(failureOf([&] { closed.listen(); }), "Socket::listen listen (9)");
     Socket client("", 0);
-    EXPECT_EQ(failure([&] { closed.accept(client); }), "Socket::accept accept (9)");
+    EXPECT_EQ(failureOf([&] { closed.accept(client); }), "Socket::accept accept (9)");
 
     // A port that is bound but not listening refuses connections.
     LoopbackSocket bound;
     bound.create();
     bound.bind();
     Socket refused("127.0.0.1", bound.boundPort());
-    EXPECT_EQ(failure([&] { refused.open(); }), "Socket::connect connect (111)");
+    EXPECT_EQ(failureOf([&] { refused.open(); }), "Socket::connect connect (111)");
 
     // Only IPv4 entries are asked for, so an IPv6-only name does not resolve
     // (forced into an IPv4 record it would have named a wrong address).
     Socket v6("::1", bound.boundPort());
-    std::string message = failure([&] { v6.open(); });
+    std::string message = failureOf([&] { v6.open(); });
     EXPECT_EQ(message.rfind("Socket::connect getaddrinfo (", 0), 0u) << message;
 }
 
@@ -115,7 +107,7 @@ TEST(Socket, PeerThatVanishedGivesAnErrorNotASignal) {
     ASSERT_TRUE(server.finish());
     std::string message = "no failure";
     for (int i = 0; i < 200 && message == "no failure"; ++i) {
-        message = failure([&] { s.send("data", 4); });
+        message = failureOf([&] { s.send("data", 4); });
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_TRUE(message == "Socket::send send (" + std::to_string(EPIPE) + ")" ||

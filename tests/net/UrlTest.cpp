@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "net/Url.h"
+#include "tests/support/Failure.h"
 
 namespace {
 std::string parts(const Url& u) {
@@ -10,12 +11,7 @@ std::string parts(const Url& u) {
 }
 
 std::string failure(const char* reference) {
-    try {
-        Url u(reference);
-    } catch (const Exception& e) {
-        return e.getMessageCode();
-    }
-    return "parsed";
+    return failureOf([&] { Url u(reference); });
 }
 }  // namespace
 
