@@ -16,4 +16,5 @@ install_missing() {
 # What building and running the program needs.
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev openssl curl lighttpd lighttpd-mod-openssl)
 # What the test suite needs on top.
-TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps)
+TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps
+    apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base)
