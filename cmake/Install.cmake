@@ -54,17 +54,18 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://www.tessavant.org/")
 # however the program is linked.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap")
+# CPack puts the summary first and indents these lines itself; an empty line
+# becomes the paragraph mark " .".
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"CGI image server for the Tessavant client applet
- tessavant is a CGI program started by a web server (lighttpd, Apache
- httpd, or nginx through fcgiwrap) once per request. It answers a few
- plain-text commands and streams one image per request, read from the
- local disk or fetched over http or https, named by a reference that
- arrives encrypted in the query string. Images go out with long-lived
- caching headers and conditional requests are answered with 304.
- .
- The package holds the program in /usr/lib/cgi-bin, the tessavant-url
- tool that makes image requests, and tessavant-keygen, which writes the
- key file for a build with a deployment's own keys.")
+"tessavant is a CGI program started by a web server (lighttpd, Apache
+httpd, or nginx through fcgiwrap) once per request. It answers a few
+plain-text commands and streams one image per request, read from the
+local disk or fetched over http or https, named by a reference that
+arrives encrypted in the query string. Images go out with long-lived
+caching headers and conditional requests are answered with 304.
+
+The package holds the program in /usr/lib/cgi-bin, the tessavant-url
+tool that makes image requests, and tessavant-keygen, which writes the
+key file for a build with a deployment's own keys.")
 
 include(CPack)
