@@ -1,5 +1,6 @@
 #include "cgi/Tessavant.h"
 
+#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -172,6 +173,17 @@ bool writeOut(const std::string& text) {
     return writeOut(text.data(), text.size());
 }
 
+// With the default 64 KiB pipe a 512 KiB chunk reaches the reader in many
+// pieces, each a wake-up on both sides; a pipe that holds a whole chunk makes
+// large copies markedly faster (bench/run). Only ever enlarges, since the
+// server may have chosen more. When standard output is no pipe, or the user's
+// pipe quota is spent, nothing changes and the copy works as before.
+void enlargeOutputPipe(int bodyLength) {
+    const int current = ::fcntl(STDOUT_FILENO, F_GETPIPE_SZ);
+    if (current > 0 && current < bodyLength && current < Tessavant::COPY_BUFFER_SIZE)
+        ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, Tessavant::COPY_BUFFER_SIZE);
+}
+
 }  // namespace
 
 void Tessavant::image(QueryString& q) {
@@ -221,6 +233,9 @@ void Tessavant::image(QueryString& q) {
             "Content-Length: " +
             std::to_string(length) + "\n\n";
 
+        // A body that fits the default pipe is spared the calls.
+        if (length > 65536)
+            enlargeOutputPipe(length);
         int remaining = length;
         while (remaining > 0) {
             const int request = std::min(remaining, COPY_BUFFER_SIZE);

@@ -15,6 +15,10 @@ StdioFile::StdioFile(std::string path) : stream(nullptr) {
     stream = std::fopen(path.c_str(), "rb");
     if (stream == nullptr)
         throw Exception("StdioFile::StdioFile", "", errno);
+    // Reads go straight into the caller's buffer, one read(2) per call: a
+    // stdio buffer would only add an fstat, an allocation and, for a size
+    // that is not a whole number of blocks, a second read and a copy.
+    std::setvbuf(stream, nullptr, _IONBF, 0);
     ::fstat(fileno(stream), &status);
     // length() is a signed 32-bit value: refuse what it cannot describe
     // rather than announce a wrong size.
