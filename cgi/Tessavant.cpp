@@ -42,8 +42,12 @@ std::unique_ptr<char, decltype(&std::free)> readBody() {
     long length = std::strtol(contentLength, nullptr, 10);
     if (length <= 0)
         throw Exception("Tessavant", "CONTENT_LENGTH invalid", -1);
+    // The largest length leaves no room for the terminator: no allocator
+    // could serve it, so none is asked.
+    if (length == __LONG_MAX__)
+        throw Exception("Tessavant", "Out of memory", -1);
     char* body = static_cast<char*>(std::calloc(static_cast<unsigned long>(length) + 1, 1));
-    if (body == nullptr || length == __LONG_MAX__)
+    if (body == nullptr)
         throw Exception("Tessavant", "Out of memory", -1);
     std::unique_ptr<char, decltype(&std::free)> owned(body, &std::free);
     size_t got = std::fread(body, 1, static_cast<size_t>(length), stdin);

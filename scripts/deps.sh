@@ -17,4 +17,5 @@ install_missing() {
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev openssl curl lighttpd lighttpd-mod-openssl)
 # What the test suite needs on top.
 TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps
-    apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base)
+    apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
+    valgrind clang-14 libclang-rt-14-dev)
