@@ -19,3 +19,5 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev openssl curl lighttp
 TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps
     apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
+# What bench/run needs on top of the build packages.
+BENCH_PACKAGES=(libbenchmark-dev wrk)
