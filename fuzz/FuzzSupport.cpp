@@ -13,6 +13,13 @@ extern "C" const char* __ubsan_default_options() {
     return "print_stacktrace=1:halt_on_error=1";
 }
 
+void fuzzCheck(bool holds, const char* what, const std::string& seen) {
+    if (holds)
+        return;
+    std::fprintf(stderr, "property violated: %s; seen: %s\n", what, seen.c_str());
+    std::abort();
+}
+
 void fuzzCheck(bool holds, const char* what) {
     if (holds)
         return;

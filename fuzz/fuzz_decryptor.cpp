@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzzCheck(reference.find('\0') == std::string::npos, "cut at the first zero byte");
     } catch (const Exception& e) {
         fuzzCheck(e.getMessageCode() == "StringCrypto::cipher Wrong size (-1)",
-                  "the only failure is Wrong size");
+                  "the only failure is Wrong size",
+                  e.getMessageCode());
     }
     return 0;
 }

