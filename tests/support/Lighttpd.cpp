@@ -13,46 +13,13 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/Loopback.h"
 #include "tests/support/Process.h"
 
 const char* const Lighttpd::BINARY = "/usr/sbin/lighttpd";
 
 namespace {
 const char* const MODULES = "/usr/lib/lighttpd";
-
-// A port that nothing listens on right now.
-int freePort() {
-    int s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (s < 0)
-        throw std::runtime_error("socket failed");
-    sockaddr_in address;
-    std::memset(&address, 0, sizeof address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
-    ::close(s);
-    if (port == 0)
-        throw std::runtime_error("no free port on 127.0.0.1");
-    return port;
-}
-
-bool accepts(int port) {
-    int s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (s < 0)
-        return false;
-    sockaddr_in address;
-    std::memset(&address, 0, sizeof address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    bool ok = ::connect(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    ::close(s);
-    return ok;
-}
 
 std::string quoted(const std::string& text) {
     return "\"" + text + "\"";
@@ -111,7 +78,7 @@ void Lighttpd::stop() {
 }
 
 bool Lighttpd::start(const std::string& documentRoot, const Options& options, std::string& why) {
-    portNumber = freePort();
+    portNumber = freeLoopbackPort();
     std::string config;
     config += "server.document-root = " + quoted(documentRoot) + "\n";
     config += "server.bind = \"127.0.0.1\"\n";
@@ -172,7 +139,7 @@ bool Lighttpd::start(const std::string& documentRoot, const Options& options, st
             why = errorLog();
             return false;
         }
-        if (accepts(portNumber))
+        if (acceptsOnLoopback(portNumber))
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }

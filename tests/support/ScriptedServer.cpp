@@ -10,6 +10,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "tests/support/Loopback.h"
+
 namespace {
 using Clock = std::chrono::steady_clock;
 
@@ -33,18 +35,11 @@ ScriptedServer::ScriptedServer() {
     listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (listener < 0)
         throw std::runtime_error("socket failed");
-    sockaddr_in address;
-    std::memset(&address, 0, sizeof address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 16) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    portNumber = bindLoopback(listener);
+    if (portNumber <= 0 || ::listen(listener, 16) != 0) {
         ::close(listener);
         throw std::runtime_error("cannot listen on 127.0.0.1");
     }
-    portNumber = ntohs(address.sin_port);
 }
 
 ScriptedServer::~ScriptedServer() {
