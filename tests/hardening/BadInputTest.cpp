@@ -13,6 +13,7 @@
 #include "crypto/Copyright.h"
 #include "crypto/Decryptor.h"
 #include "tests/support/ImageQuery.h"
+#include "tests/support/Loopback.h"
 #include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -23,8 +24,8 @@ const std::string SIGNATURE = "3CA157E209D46B18F02E957AC341B86D";
 const time_t NOV_1994 = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
 
 Process::Result get(const std::string& query, const std::string& cwd = "") {
-    return Process::run(TESSAVANT_BIN, {}, {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}},
-                        "", 60, cwd);
+    return Process::run(TESSAVANT_BIN, {}, {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}}, "",
+                        60, cwd);
 }
 
 Process::Result image(const std::string& reference, const std::string& cwd = "") {
@@ -64,19 +65,6 @@ Process::Result remote(const std::string& reply, std::string* reference) {
     return remote(step, "http", reference);
 }
 
-// A port on 127.0.0.1 where nothing listens.
-int closedPort() {
-    int s = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address;
-    std::memset(&address, 0, sizeof address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(s);
-    return ntohs(address.sin_port);
-}
 }  // namespace
 
 TEST(BadInput, MalformedQueriesAreNeverAnError) {
@@ -137,10 +125,8 @@ TEST(BadInput, CiphertextsOfTheWrongSizeFailBeforeAnyReference) {
     expectReply(get("cmd=img&p=" + SIGNATURE + "0000&i=00"), wrongSize);
     expectReply(get("cmd=img&p=" + p + "&i=" + SIGNATURE + "0000"), wrongSize);
     // The right size, but a pad count that no encryption makes.
-    expectReply(get("cmd=img&p=" + p + "&i=" + SIGNATURE + "09" + std::string(16, '0')),
-                wrongSize);
-    expectReply(get("cmd=img&p=" + p + "&i=" + SIGNATURE + "FF" + std::string(16, '0')),
-                wrongSize);
+    expectReply(get("cmd=img&p=" + p + "&i=" + SIGNATURE + "09" + std::string(16, '0')), wrongSize);
+    expectReply(get("cmd=img&p=" + p + "&i=" + SIGNATURE + "FF" + std::string(16, '0')), wrongSize);
 }
 
 TEST(BadInput, FilesThatCannotBeReadGiveTheErrnoCode) {
@@ -213,11 +199,12 @@ TEST(BadInput, RemoteHeadsThatAreMalformed) {
     expectReply(r, failed(url, "HttpConnection::redirection No location header (-1)"));
 
     r = remote("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", &url);
-    expectReply(r, failed(url, "HttpFile::HttpFile HTTP/1.1 404 Not Found\r\nContent-Length: 0 (-1)"));
+    expectReply(r,
+                failed(url, "HttpFile::HttpFile HTTP/1.1 404 Not Found\r\nContent-Length: 0 (-1)"));
 }
 
 TEST(BadInput, ConnectionsThatFail) {
-    const std::string refused = "http://127.0.0.1:" + std::to_string(closedPort()) + "/a.gif";
+    const std::string refused = "http://127.0.0.1:" + std::to_string(freeLoopbackPort()) + "/a.gif";
     expectReply(image(refused), failed(refused, "Socket::connect connect (111)"));
 
     // A plain server where TLS was expected: the handshake fails, and the

@@ -15,6 +15,7 @@
 
 #include "tests/support/ImageQuery.h"
 #include "tests/support/Lighttpd.h"
+#include "tests/support/Loopback.h"
 #include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -113,19 +114,6 @@ std::string dated(const TempDir& dir, const std::string& name, const std::string
     return path;
 }
 
-int closedPort() {
-    int s = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address;
-    std::memset(&address, 0, sizeof address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(s);
-    return ntohs(address.sin_port);
-}
-
 // One image request for a scripted peer's URL, under memcheck.
 Checked remote(const ScriptedServer::Exchange& step, std::string& url,
                const std::string& scheme = "http") {
@@ -215,15 +203,17 @@ TEST_F(Memcheck, LocalAndCipherErrorReplies) {
     expectClean(memcheck({{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=img&p=zz&i=zz"}}));
     c = image("httpx://127.0.0.1/a.gif");
     expectClean(c);
-    EXPECT_EQ(c.run.out, failed("httpx://127.0.0.1/a.gif",
-                                "HttpFile::HttpFile httpx://127.0.0.1/a.gif is not supported (-1)"));
+    EXPECT_EQ(c.run.out,
+              failed("httpx://127.0.0.1/a.gif",
+                     "HttpFile::HttpFile httpx://127.0.0.1/a.gif is not supported (-1)"));
 }
 
 TEST_F(Memcheck, RemoteImagesOverHttpAndHttps) {
     std::string url;
     ScriptedServer::Exchange ok;
-    ok.pieces = {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nLast-Modified: " + NOV_1994_TEXT +
-                 "\r\n\r\nhel", "lo"};
+    ok.pieces = {
+        "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nLast-Modified: " + NOV_1994_TEXT + "\r\n\r\nhel",
+        "lo"};
     Checked c = remote(ok, url);
     expectClean(c);
     EXPECT_EQ(c.run.out.substr(c.run.out.size() - 7), "\n\nhello");
@@ -283,7 +273,7 @@ TEST_F(Memcheck, RemoteErrorReplies) {
         EXPECT_EQ(c.run.out, failed(url, head.second));
     }
 
-    const std::string refused = "http://127.0.0.1:" + std::to_string(closedPort()) + "/a.gif";
+    const std::string refused = "http://127.0.0.1:" + std::to_string(freeLoopbackPort()) + "/a.gif";
     c = image(refused);
     expectClean(c);
     EXPECT_EQ(c.run.out, failed(refused, "Socket::connect connect (111)"));
