@@ -17,26 +17,28 @@
 
 static char buffer[CHUNK];
 
-static int writeAll(struct iovec *pieces, int count) {
+static int writeAll(struct iovec* pieces, int count) {
     while (count > 0) {
         ssize_t n = writev(1, pieces, count);
-        if (n < 0) return -1;
+        if (n < 0)
+            return -1;
         while (count > 0 && (size_t)n >= pieces->iov_len) {
             n -= (ssize_t)pieces->iov_len;
             ++pieces;
             --count;
         }
         if (count > 0) {
-            pieces->iov_base = (char *)pieces->iov_base + n;
+            pieces->iov_base = (char*)pieces->iov_base + n;
             pieces->iov_len -= (size_t)n;
         }
     }
     return 0;
 }
 
-int main(int argc, char **argv) {
-    const char *path = argc > 1 ? argv[1] : getenv("QUERY_STRING");
-    if (path == NULL) return 1;
+int main(int argc, char** argv) {
+    const char* path = argc > 1 ? argv[1] : getenv("QUERY_STRING");
+    if (path == NULL)
+        return 1;
     int fd = open(path, O_RDONLY);
     struct stat status;
     if (fd < 0 || fstat(fd, &status) != 0) {
@@ -64,13 +66,16 @@ int main(int argc, char **argv) {
     do {
         size_t want = remaining < CHUNK ? (size_t)remaining : CHUNK;
         ssize_t got = want > 0 ? read(fd, buffer, want) : 0;
-        if (got < 0) got = 0;
+        if (got < 0)
+            got = 0;
         pieces[1].iov_base = buffer;
         pieces[1].iov_len = (size_t)got;
-        if (first ? writeAll(pieces, 2) : writeAll(pieces + 1, 1)) return 0;
+        if (first ? writeAll(pieces, 2) : writeAll(pieces + 1, 1))
+            return 0;
         first = 0;
         remaining -= got;
-        if ((size_t)got != want) break;
+        if ((size_t)got != want)
+            break;
     } while (remaining > 0);
     return 0;
 }

@@ -3,8 +3,10 @@
  * of this build fails its handshake. */
 #include <stddef.h>
 
-#define STUB(name) \
-    void *name(void) { return NULL; }
+#define STUB(name)     \
+    void* name(void) { \
+        return NULL;   \
+    }
 STUB(OPENSSL_init_ssl)
 STUB(SSL_CTX_free)
 STUB(SSL_CTX_new)

@@ -28,18 +28,18 @@
 #include <time.h>
 #include <unistd.h>
 
-extern char **environ;
+extern char** environ;
 
 #define MAX_CONTENDERS 8
 #define LIMIT_MS 60000
 
 struct contender {
-    const char *name;
-    char **argv;
-    char **envp;
-    double *times;  /* all runs */
-    double *batch;  /* the runs of the current batch */
-    double *ratios; /* one per batch */
+    const char* name;
+    char** argv;
+    char** envp;
+    double* times;  /* all runs */
+    double* batch;  /* the runs of the current batch */
+    double* ratios; /* one per batch */
     long peakRss;
     long long bytes;
 };
@@ -50,21 +50,22 @@ static double now(void) {
     return t.tv_sec * 1e6 + t.tv_nsec / 1e3;
 }
 
-static int compare(const void *a, const void *b) {
-    double x = *(const double *)a, y = *(const double *)b;
+static int compare(const void* a, const void* b) {
+    double x = *(const double*)a, y = *(const double*)b;
     return x < y ? -1 : x > y;
 }
 
-static double median(double *values, int count) {
+static double median(double* values, int count) {
     qsort(values, (size_t)count, sizeof *values, compare);
     return count % 2 ? values[count / 2] : (values[count / 2 - 1] + values[count / 2]) / 2;
 }
 
 /* One run: the time from spawning to reaping, in microseconds, or -1. */
-static double runOnce(struct contender *c, long long *bytes, long *rss) {
+static double runOnce(struct contender* c, long long* bytes, long* rss) {
     static char sink[1 << 20];
     int out[2];
-    if (pipe2(out, O_CLOEXEC) != 0) return -1;
+    if (pipe2(out, O_CLOEXEC) != 0)
+        return -1;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -87,8 +88,10 @@ static double runOnce(struct contender *c, long long *bytes, long *rss) {
             break;
         }
         ssize_t n = read(out[0], sink, sizeof sink);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
         *bytes += n;
     }
     close(out[0]);
@@ -98,11 +101,12 @@ static double runOnce(struct contender *c, long long *bytes, long *rss) {
     }
     double elapsed = now() - start;
     *rss = usage.ru_maxrss;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return -1;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return -1;
     return elapsed;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
     if (argc < 5 || strcmp(argv[3], "--") != 0) {
         fprintf(stderr,
                 "usage: timeit BATCHES ROUNDS -- NAME [VAR=value...] PROGRAM [ARG...] [-- ...]\n");
@@ -110,25 +114,30 @@ int main(int argc, char **argv) {
     }
     int batches = atoi(argv[1]);
     int rounds = atoi(argv[2]);
-    if (batches < 1 || rounds < 1) return 2;
+    if (batches < 1 || rounds < 1)
+        return 2;
     struct contender cs[MAX_CONTENDERS];
     int count = 0;
     int environCount = 0;
-    while (environ[environCount] != NULL) ++environCount;
+    while (environ[environCount] != NULL)
+        ++environCount;
     for (int i = 3; i < argc;) {
-        if (strcmp(argv[i], "--") != 0 || i + 2 >= argc || count == MAX_CONTENDERS) return 2;
+        if (strcmp(argv[i], "--") != 0 || i + 2 >= argc || count == MAX_CONTENDERS)
+            return 2;
         argv[i] = NULL; /* ends the previous contender's argument list */
-        struct contender *c = &cs[count++];
+        struct contender* c = &cs[count++];
         memset(c, 0, sizeof *c);
         c->name = argv[i + 1];
         /* The contender's own variables go first: lookups take the first match. */
-        c->envp = calloc((size_t)(environCount + argc), sizeof(char *));
+        c->envp = calloc((size_t)(environCount + argc), sizeof(char*));
         int e = 0;
         i += 2;
-        while (i < argc && strchr(argv[i], '=') != NULL && argv[i][0] != '/') c->envp[e++] = argv[i++];
-        memcpy(c->envp + e, environ, (size_t)environCount * sizeof(char *));
+        while (i < argc && strchr(argv[i], '=') != NULL && argv[i][0] != '/')
+            c->envp[e++] = argv[i++];
+        memcpy(c->envp + e, environ, (size_t)environCount * sizeof(char*));
         c->argv = &argv[i];
-        while (i < argc && strcmp(argv[i], "--") != 0) ++i;
+        while (i < argc && strcmp(argv[i], "--") != 0)
+            ++i;
         c->times = calloc((size_t)(batches * rounds), sizeof(double));
         c->batch = calloc((size_t)rounds, sizeof(double));
         c->ratios = calloc((size_t)batches, sizeof(double));
@@ -138,7 +147,7 @@ int main(int argc, char **argv) {
         for (int r = 0; r < rounds; ++r) {
             int turn = b * rounds + r;
             for (int k = 0; k < count; ++k) {
-                struct contender *c = &cs[(turn + k) % count];
+                struct contender* c = &cs[(turn + k) % count];
                 long long bytes;
                 long rss;
                 double t = runOnce(c, &bytes, &rss);
@@ -154,17 +163,20 @@ int main(int argc, char **argv) {
                 c->bytes = bytes;
                 c->times[turn] = t;
                 c->batch[r] = t;
-                if (rss > c->peakRss) c->peakRss = rss;
+                if (rss > c->peakRss)
+                    c->peakRss = rss;
             }
         }
         double base = median(cs[0].batch, rounds);
-        for (int k = 0; k < count; ++k) cs[k].ratios[b] = median(cs[k].batch, rounds) / base;
+        for (int k = 0; k < count; ++k)
+            cs[k].ratios[b] = median(cs[k].batch, rounds) / base;
     }
     for (int k = 0; k < count; ++k) {
-        struct contender *c = &cs[k];
+        struct contender* c = &cs[k];
         printf("%s %.1f %ld %lld ", c->name, median(c->times, batches * rounds), c->peakRss,
                c->bytes);
-        for (int b = 0; b < batches; ++b) printf(b ? ",%.4f" : "%.4f", c->ratios[b]);
+        for (int b = 0; b < batches; ++b)
+            printf(b ? ",%.4f" : "%.4f", c->ratios[b]);
         printf("\n");
     }
     return 0;

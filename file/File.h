@@ -5,7 +5,7 @@
 // A read-only resource with a length and a modification time; the image
 // delivery streams any source through this interface.
 class File {
-public:
+  public:
     virtual ~File() = default;
     // Reads up to size bytes; returns the count, 0 at the end.
     virtual int read(char* buffer, int size) = 0;

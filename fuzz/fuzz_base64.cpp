@@ -13,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string encoded = Base64::encode(text);
     fuzzCheck(encoded.find('=') == std::string::npos, "no padding");
     counted_ptr<Bytes> back = Base64::decode(encoded);
-    fuzzCheck(back->length >= static_cast<int>(size) &&
-                  std::equal(data, data + size, back->data),
+    fuzzCheck(back->length >= static_cast<int>(size) && std::equal(data, data + size, back->data),
               "decode inverts encode");
     return 0;
 }

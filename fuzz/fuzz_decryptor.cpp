@@ -16,8 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzzCheck(reference.find('\0') == std::string::npos, "cut at the first zero byte");
     } catch (const Exception& e) {
         fuzzCheck(e.getMessageCode() == "StringCrypto::cipher Wrong size (-1)",
-                  "the only failure is Wrong size",
-                  e.getMessageCode());
+                  "the only failure is Wrong size", e.getMessageCode());
     }
     return 0;
 }

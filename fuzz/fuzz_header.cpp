@@ -18,8 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             ++added;
         } catch (const Exception& e) {
             fuzzCheck(e.getMessageCode() == "Header::add No header name found (-1)",
-                      "the only failure is a missing name",
-                  e.getMessageCode());
+                      "the only failure is a missing name", e.getMessageCode());
         }
         start = end + 1;
     }

@@ -65,8 +65,8 @@ void peer(int server, int client, const std::vector<std::string>* pieces,
         if (i > 0) {
             const auto deadline = Clock::now() + std::chrono::seconds(2);
             int queued = 1;
-            while (!*stop && Clock::now() < deadline &&
-                   ::ioctl(client, FIONREAD, &queued) == 0 && queued > 0)
+            while (!*stop && Clock::now() < deadline && ::ioctl(client, FIONREAD, &queued) == 0 &&
+                   queued > 0)
                 std::this_thread::sleep_for(std::chrono::microseconds(50));
         }
         const std::string& piece = (*pieces)[i];
@@ -146,13 +146,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string m = e.getMessageCode();
         // A receive or send that the system fails (a reset under heavy load)
         // is the network's doing, reported as designed; it ends the check.
-        networkFailure = m.rfind("Socket::recv recv (", 0) == 0 ||
-                         m.rfind("Socket::send send (", 0) == 0;
+        networkFailure =
+            m.rfind("Socket::recv recv (", 0) == 0 || m.rfind("Socket::send send (", 0) == 0;
         fuzzCheck(networkFailure || m == "HttpConnection::open Bad response (-1)" ||
                       m == "HttpConnection::parseStatus Invalid response (-1)" ||
                       m == "Header::add No header name found (-1)",
-                  "the only failures are those of a bad head",
-                  e.getMessageCode());
+                  "the only failures are those of a bad head", e.getMessageCode());
     }
     stop = true;
     sender.join();

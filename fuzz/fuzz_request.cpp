@@ -110,8 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string message = e.getMessageCode();
         fuzzCheck(message == "Tessavant CONTENT_LENGTH not found (-1)" ||
                       message == "Tessavant CONTENT_LENGTH invalid (-1)",
-                  "only intake failures leave run()",
-                  e.getMessageCode());
+                  "only intake failures leave run()", e.getMessageCode());
     }
     std::fflush(stdout);
     return 0;

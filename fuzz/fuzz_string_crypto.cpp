@@ -18,14 +18,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (out->length == static_cast<int>(size) + 17 + static_cast<int>(-size & 7)) {
             // It was encrypted: decrypting gives the bytes back.
             counted_ptr<Bytes> back = crypto.cipher(out);
-            fuzzCheck(back->length == static_cast<int>(size) &&
-                          std::equal(data, data + size, back->data),
-                      "decrypt inverts encrypt");
+            fuzzCheck(
+                back->length == static_cast<int>(size) && std::equal(data, data + size, back->data),
+                "decrypt inverts encrypt");
         }
     } catch (const Exception& e) {
         fuzzCheck(e.getMessageCode() == "StringCrypto::cipher Wrong size (-1)",
-                  "the only failure is Wrong size",
-                  e.getMessageCode());
+                  "the only failure is Wrong size", e.getMessageCode());
     }
     return 0;
 }

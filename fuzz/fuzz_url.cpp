@@ -13,8 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         url.create(url.toString().c_str());
     } catch (const Exception& e) {
         fuzzCheck(e.getMessage().find(" is an invalid URL") != std::string::npos,
-                  "the only failure is an invalid URL",
-                  e.getMessageCode());
+                  "the only failure is an invalid URL", e.getMessageCode());
     }
     return 0;
 }

@@ -13,8 +13,7 @@ Process::Result url(const std::vector<std::string>& args) {
 // p and i of a printed query.
 void split(const std::string& out, std::string& p, std::string& i) {
     const size_t pAt = out.find("cmd=img&p="), iAt = out.find("&i=");
-    ASSERT_TRUE(pAt != std::string::npos && iAt != std::string::npos && out.back() == '\n')
-        << out;
+    ASSERT_TRUE(pAt != std::string::npos && iAt != std::string::npos && out.back() == '\n') << out;
     p = out.substr(pAt + 10, iAt - pAt - 10);
     i = out.substr(iAt + 3, out.size() - iAt - 4);
     const std::string hex = "0123456789ABCDEF";
