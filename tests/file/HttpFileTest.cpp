@@ -1,195 +1,127 @@
+// The HTTP client's replies to scripted peers, seen through HttpFile: each row
+// is what the peer sends on each connection and what the client makes of it,
+// "length|modification time|body" or the failure.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <utime.h>
 
-#include <memory>
-#include <random>
-
-#include "base/Exception.h"
 #include "file/HttpFile.h"
 #include "tests/support/Failure.h"
-#include "tests/support/Lighttpd.h"
 #include "tests/support/ScriptedServer.h"
-#include "tests/support/TempDir.h"
 
 namespace {
-std::string failure(const std::string& reference) {
-    return failureOf([&] { HttpFile f(reference); });
-}
+enum Scheme { HTTP, HTTPS, HTTPS_TO_PLAIN };
 
-std::string readAll(File& f, int chunk) {
-    std::string all;
-    std::string buffer(static_cast<size_t>(chunk), '\0');
-    for (int i = 0; i < 100000; ++i) {  // bounded: ends long before on any sane body
-        int n = f.read(&buffer[0], chunk);
-        if (n <= 0)
-            break;
-        all.append(buffer, 0, static_cast<size_t>(n));
+struct Reply {
+    std::vector<std::vector<std::string>> connections;  // the pieces sent on each
+    std::string expected;
+    Scheme scheme = HTTP;
+};
+
+// Runs the row against a scripted peer; {peer} in the pieces and in the
+// expected text stands for the peer's URL root.
+void expectReply(Reply row, std::vector<std::string>* requests = nullptr) {
+    ScriptedServer server(row.scheme == HTTPS);
+    auto expand = [&](std::string& text) {
+        for (size_t at; (at = text.find("{peer}")) != std::string::npos;)
+            text.replace(at, 6, server.url(""));
+    };
+    std::vector<ScriptedServer::Exchange> script;
+    for (auto& pieces : row.connections) {
+        for (auto& piece : pieces)
+            expand(piece);
+        script.push_back({pieces, row.scheme != HTTPS_TO_PLAIN});
     }
-    return all;
+    expand(row.expected);
+    server.serve(script);
+    std::string url = server.url("/a.gif"), got;
+    if (row.scheme == HTTPS_TO_PLAIN)
+        url.replace(0, 4, "https");
+    const std::string failure = failureOf([&] {
+        HttpFile f(url);
+        got = std::to_string(f.length()) + "|" + f.modifiedTime() + "|";
+        char b[4096];
+        for (int i = 0, n; i < 10000 && (n = f.read(b, sizeof b)) > 0; ++i)
+            got.append(b, static_cast<size_t>(n));
+    });
+    EXPECT_EQ(failure == "no failure" ? got : failure, row.expected) << row.connections[0][0];
+    EXPECT_TRUE(server.finish());
+    if (requests != nullptr)
+        *requests = server.requests();
 }
 
 int openDescriptors() {
     int count = 0;
     DIR* d = ::opendir("/proc/self/fd");
-    if (d == nullptr)
-        return -1;
     while (dirent* e = ::readdir(d))
-        if (e->d_name[0] != '.')
-            ++count;
+        count += e->d_name[0] != '.';
     ::closedir(d);
     return count;
 }
-
-std::string redirect(int code, const std::string& location) {
-    return "HTTP/1.1 " + std::to_string(code) + " Moved\r\nLocation: " + location +
-           "\r\nContent-Length: 0\r\n\r\n";
-}
-
-std::string firstLine(const std::string& request) {
-    return request.substr(0, request.find('\r'));
-}
-
-std::string randomBytes(size_t size) {
-    std::mt19937 generator(6);
-    std::string bytes(size, '\0');
-    for (auto& c : bytes)
-        c = static_cast<char>(generator());
-    return bytes;
-}
 }  // namespace
 
-TEST(HttpFile, ReferencesThatAreNotRemoteAreRefusedBeforeAnyConnection) {
-    EXPECT_EQ(failure("/b.gif"), "HttpFile::HttpFile /b.gif is not supported (-1)");
-    EXPECT_EQ(failure("httpdocs/x"), "HttpFile::HttpFile httpdocs/x is not supported (-1)");
-    EXPECT_EQ(failure("ftp://host/a.gif"),
-              "HttpFile::HttpFile ftp://host/a.gif is not supported (-1)");
-    EXPECT_EQ(failure("http://"), "Url::Url http:// is an invalid URL (-1)");
+TEST(HttpFile, RepliesTable) {
+    const std::string invalid = "HttpConnection::parseStatus Invalid response (-1)";
+    const std::string noName = "Header::add No header name found (-1)";
+    const std::string bad = "HttpConnection::open Bad response (-1)";
+    const std::string ok = "HTTP/1.1 200 OK\r\n\r\nend";
+    std::string huge = "HTTP/1.1 200 OK\r\n";
+    while (huge.size() < 600000)
+        huge += "X-Filler: " + std::string(100, 'x') + "\r\n";
+    const Reply rows[] = {
+        {{{"HTTP/1.1 200 OK\r\nContent-Length:  12\r\nLast-Modified: yesterday, late\r\n\r\nhello, "
+           "world"}},
+         "12|yesterday, late|hello, world"},
+        {{{"HTTP/1.0 200 OK\r\n\r\nno headers"}}, "0||no headers"},
+        {{{"HTTP/1.1 200 OK\r\nContent-Length: 010\r\n\r\nab", "c", "de"}}, "10||abcde"},
+        {{{"HTTP/1.1 200 OK\nContent-Length: 2\r\n\r\nok"}}, "2||ok"},
+        {{{"http/1.1\t200\t\tok extra words\r\n\r\nx"}}, "0||x"},
+        {{{"HTTP/1.1 200 OK\r\n\r\nab", "c"}}, "0||abc", HTTPS},
+        {{{"HTTP/1.1 200\r\n\r\n"}}, invalid},
+        {{{"\r\n\r\nbody"}}, invalid},
+        {{{"HTTP/1.1 200\r\nno colon\r\n\r\n"}}, noName},  // lines before the status
+        {{{"HTTP/1.1 200 OK\r\n: v\r\n\r\n"}}, noName},
+        {{{"HTTP/1.1 200 OK\r\n"}}, bad},
+        {{{"HTTP/1.1 200 OK\n\n"}}, bad},
+        {{{""}}, bad},
+        {{{std::string("HTTP/1.1 200 OK\0\r\n\r\n", 21)}}, bad},
+        {{{"HTTP/1.1 200 OK\r\n", "\r\nbody"}}, bad},  // the head must come in one receive
+        {{{huge + "\r\nok"}}, bad},
+        {{{"HTTP/1.1 200 OK\r\n\r\nok"}}, bad, HTTPS_TO_PLAIN},
+        {{{"HTTP/1.1 302 Found\r\n\r\n"}}, "HttpConnection::redirection No location header (-1)"},
+        {{{"HTTP/1.1 302 Found\r\nLocation: /b.gif\r\n\r\n"}},
+         "HttpFile::HttpFile /b.gif is not supported (-1)"},
+        {{{"HTTP/1.1 301 Moved\r\nLocation: ftp://h/b.gif\r\n\r\n"}},
+         "HttpFile::HttpFile ftp://h/b.gif is not supported (-1)"},
+        {{{"HTTP/1.1 300 A\r\nlocation: {peer}/2\r\nLocation: {peer}/x\r\n\r\n"}, {ok}}, "0||end"},
+        {{{"HTTP/1.1 399 B\r\nLocation: {peer}/2\r\n\r\n"}, {ok}}, "0||end"},
+        {{{"HTTP/1.1 404 Not Found\r\nServer: test\nX: y\r\n\r\n<html>"}},
+         "HttpFile::HttpFile HTTP/1.1 404 Not Found\r\nServer: test\nX: y (-1)"},
+        {{{"HTTP/1.1 299 C\r\n\r\n"}}, "HttpFile::HttpFile HTTP/1.1 299 C (-1)"},
+        {{{"HTTP/1.1 400 D\r\nLocation: {peer}/2\r\n\r\n"}},
+         "HttpFile::HttpFile HTTP/1.1 400 D\r\nLocation: {peer}/2 (-1)"},
+        {{{"HTTP/1.1 abc E\r\n\r\n"}}, "HttpFile::HttpFile HTTP/1.1 abc E (-1)"},
+    };
+    for (const Reply& row : rows)
+        expectReply(row);
 }
 
-TEST(HttpFile, LengthAndTimeComeFromTheResponseAsSent) {
-    ScriptedServer server;
-    server.answer(
-        {"HTTP/1.1 200 OK\r\nContent-Length:  12\r\nLast-Modified: yesterday, late\r\n"
-         "\r\nhello, world",
-         "HTTP/1.1 200 OK\r\n\r\nno headers"});
-    {
-        HttpFile f(server.url("/a.gif"));
-        EXPECT_EQ(f.length(), 12);
-        EXPECT_EQ(f.modifiedTime(), "yesterday, late");
-        EXPECT_EQ(readAll(f, 5), "hello, world");
-    }
-    {
-        HttpFile f(server.url(""));
-        EXPECT_EQ(f.length(), 0);
-        EXPECT_EQ(f.modifiedTime(), "");
-        EXPECT_EQ(readAll(f, 100), "no headers");
-    }
-    ASSERT_TRUE(server.finish());
-    std::vector<std::string> requests = server.requests();
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(firstLine(requests[0]), "GET //a.gif HTTP/1.1");
-    EXPECT_EQ(firstLine(requests[1]), "GET / HTTP/1.1");
-}
-
-TEST(HttpFile, RedirectionsAreFollowedAsTheyStand) {
-    ScriptedServer server;
-    server.answer({redirect(301, server.url("/2")), redirect(302, server.url("/3")),
-                   redirect(399, server.url("/4?q")), "HTTP/1.1 200 OK\r\n\r\nend"});
-    {
-        HttpFile f(server.url("/1"));
-        EXPECT_EQ(readAll(f, 2), "end");
-    }
-    ASSERT_TRUE(server.finish());
-    std::vector<std::string> lines;
-    for (const auto& r : server.requests())
-        lines.push_back(firstLine(r));
-    EXPECT_EQ(lines, (std::vector<std::string>{"GET //1 HTTP/1.1", "GET //2 HTTP/1.1",
-                                               "GET //3 HTTP/1.1", "GET //4?q HTTP/1.1"}));
-
-    ScriptedServer relative;
-    relative.answer({redirect(302, "/b.gif")});
-    EXPECT_EQ(failure(relative.url("/a.gif")), "HttpFile::HttpFile /b.gif is not supported (-1)");
-
-    ScriptedServer elsewhere;
-    elsewhere.answer({redirect(301, "ftp://host/a.gif")});
-    EXPECT_EQ(failure(elsewhere.url("/a.gif")),
-              "HttpFile::HttpFile ftp://host/a.gif is not supported (-1)");
-
-    ScriptedServer bare;
-    bare.answer({"HTTP/1.1 307 Temporary\r\n\r\n"});
-    EXPECT_EQ(failure(bare.url("/a.gif")), "HttpConnection::redirection No location header (-1)");
-}
-
-TEST(HttpFile, EveryOtherStatusFailsWithTheResponseHead) {
-    ScriptedServer server;
-    server.answer({"HTTP/1.1 404 Not Found\r\nServer: test\nX: y\r\n\r\n<html>",
-                   "HTTP/1.1 204 No Content\r\n\r\n", "HTTP/1.1 500 Oops\r\n\r\n"});
-    EXPECT_EQ(failure(server.url("/a")),
-              "HttpFile::HttpFile HTTP/1.1 404 Not Found\r\nServer: test\nX: y (-1)");
-    EXPECT_EQ(failure(server.url("/b")), "HttpFile::HttpFile HTTP/1.1 204 No Content (-1)");
-    EXPECT_EQ(failure(server.url("/c")), "HttpFile::HttpFile HTTP/1.1 500 Oops (-1)");
-}
-
-class HttpFileServers : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        content = randomBytes(6 * 1024 * 1024 + 12345);
-        std::string path = root.write("big.bin", content);
-        struct utimbuf times = {784111777, 784111777};
-        ASSERT_EQ(::utime(path.c_str(), &times), 0);
-        Lighttpd::Options tlsOptions;
-        tlsOptions.tls = true;
-        tls.reset(new Lighttpd(root.path(), tlsOptions));
-        Lighttpd::Options redirecting;
-        redirecting.config = {
-            "server.modules += (\"mod_redirect\")",
-            "url.redirect = (\"^/redirect/(.*)$\" => \"" + tls->url("/") + "$1\")"};
-        plain.reset(new Lighttpd(root.path(), redirecting));
-    }
-
-    void expectWhole(const std::string& reference) {
-        HttpFile f(reference);
-        EXPECT_EQ(f.length(), static_cast<int>(content.size()));
-        EXPECT_EQ(f.modifiedTime(), "Sun, 06 Nov 1994 08:49:37 GMT");
-        std::string got = readAll(f, 100000);
-        EXPECT_EQ(got.size(), content.size());
-        EXPECT_TRUE(got == content) << reference << " differs";
-    }
-
-    TempDir root;
-    std::string content;
-    std::unique_ptr<Lighttpd> tls;
-    std::unique_ptr<Lighttpd> plain;
-};
-
-TEST_F(HttpFileServers, LargeFileArrivesWholeOverHttpAndHttps) {
-    expectWhole(plain->url("/big.bin"));
-    expectWhole(tls->url("/big.bin"));
-    expectWhole(plain->url("/redirect/big.bin"));
-    EXPECT_EQ(failure(plain->url("/missing.bin"))
-                  .rfind("HttpFile::HttpFile HTTP/1.1 404 Not Found\r\n", 0),
-              0u);
-}
-
-TEST_F(HttpFileServers, RedirectionsReleaseEveryDescriptor) {
-    expectWhole(tls->url("/big.bin"));  // lets the TLS library settle first
-    ScriptedServer server, failing;
-    server.answer(
-        {redirect(301, server.url("/2")), redirect(302, plain->url("/redirect/big.bin"))});
-    failing.answer({redirect(301, tls->url("/missing.bin"))});
-    int before = openDescriptors();
-    {
-        HttpFile f(server.url("/1"));
-        char b[16];
-        EXPECT_EQ(f.read(b, sizeof b), 16);
-        EXPECT_EQ(std::string(b, 16), content.substr(0, 16));
-    }
-    ASSERT_TRUE(server.finish());
+TEST(HttpFile, RedirectionsAreFollowedAsTheyStandAndReleaseEveryDescriptor) {
+    const int before = openDescriptors();
+    std::vector<std::string> requests;
+    expectReply({{{"HTTP/1.1 301 Moved\r\nLocation: {peer}/2\r\n\r\n"},
+                  {"HTTP/1.1 302 Found\r\nLocation: {peer}/3?q\r\n\r\n"},
+                  {"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nend"}},
+                 "3||end"},
+                &requests);
     EXPECT_EQ(openDescriptors(), before);
+    ASSERT_EQ(requests.size(), 3u);
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(requests[i].substr(0, requests[i].find('\r')),
+                  std::vector<std::string>(
+                      {"GET //a.gif HTTP/1.1", "GET //2 HTTP/1.1", "GET //3?q HTTP/1.1"})[i]);
     // A failing chain releases its connections too.
-    EXPECT_EQ(failure(failing.url("/1")).rfind("HttpFile::HttpFile HTTP/1.1 404 Not Found\r\n", 0),
-              0u);
-    ASSERT_TRUE(failing.finish());
+    expectReply(
+        {{{"HTTP/1.1 301 Moved\r\nLocation: {peer}/2\r\n\r\n"}, {"HTTP/1.1 404 No\r\n\r\n"}},
+         "HttpFile::HttpFile HTTP/1.1 404 No (-1)"});
     EXPECT_EQ(openDescriptors(), before);
 }

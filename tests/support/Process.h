@@ -1,11 +1,12 @@
 #pragma once
 
-#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
-// Runs a program with exactly the given environment, arguments and standard
-// input, and captures what it did. Every wait is bounded.
+// Runs a program with exactly the given environment (in this order),
+// arguments and standard input, and captures what it did. The child dies
+// with the test process; every wait is bounded.
 class Process {
   public:
     struct Result {
@@ -16,19 +17,12 @@ class Process {
         bool timedOut = false;
     };
 
-    using Environment = std::map<std::string, std::string>;
+    using Environment = std::vector<std::pair<std::string, std::string>>;
 
+    // With stopWhileWriting the child is stopped and resumed again and again
+    // while its output is read, which breaks its large writes into pieces.
     static Result run(const std::string& program, const std::vector<std::string>& args,
                       const Environment& env, const std::string& input = std::string(),
-                      int timeoutSeconds = 60, const std::string& workingDirectory = "");
-
-    // The program under test, with a CGI-like environment.
-    static Result tessavant(const Environment& env, const std::vector<std::string>& args = {},
-                            const std::string& input = std::string());
-
-    // Text replies start with this header block.
-    static const char* const TEXT;
+                      int timeoutSeconds = 60, const std::string& workingDirectory = "",
+                      bool stopWhileWriting = false);
 };
-
-// Ends the given process (that the test started) and waits for it, bounded.
-void stopProcess(int pid);

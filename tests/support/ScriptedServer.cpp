@@ -2,24 +2,18 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <openssl/x509.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
-
-#include "tests/support/Loopback.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;
 
-const int ACCEPT_SECONDS = 10;  // per connection of the script
-const int READ_SECONDS = 5;     // silence that ends a read
-
-// Waits for fd to become readable; false after the time limit or when the
-// server stops.
+// Waits for fd to become readable; false after the limit or when stopping.
 bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
     while (!stopping && Clock::now() < deadline) {
@@ -29,17 +23,43 @@ bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
     }
     return false;
 }
+
+// A listening socket on 127.0.0.1 at a port the system chose.
+int listenOnLoopback(int& port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof a;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0 || ::listen(fd, 16) != 0)
+        throw std::runtime_error("cannot listen on 127.0.0.1");
+    port = ntohs(a.sin_port);
+    return fd;
+}
+
+// A throw-away self-signed certificate for 127.0.0.1.
+SSL_CTX* tlsContext() {
+    SSL_CTX* context = SSL_CTX_new(TLS_server_method());
+    EVP_PKEY* key = EVP_EC_gen("P-256");
+    X509* cert = X509_new();
+    X509_gmtime_adj(X509_getm_notBefore(cert), -60);
+    X509_gmtime_adj(X509_getm_notAfter(cert), 3600);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(cert), "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("127.0.0.1"), -1, -1, 0);
+    X509_set_issuer_name(cert, X509_get_subject_name(cert));
+    X509_set_pubkey(cert, key);
+    X509_sign(cert, key, EVP_sha256());
+    SSL_CTX_use_certificate(context, cert);
+    SSL_CTX_use_PrivateKey(context, key);
+    X509_free(cert);
+    EVP_PKEY_free(key);
+    return context;
+}
 }  // namespace
 
-ScriptedServer::ScriptedServer() {
-    listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listener < 0)
-        throw std::runtime_error("socket failed");
-    portNumber = bindLoopback(listener);
-    if (portNumber <= 0 || ::listen(listener, 16) != 0) {
-        ::close(listener);
-        throw std::runtime_error("cannot listen on 127.0.0.1");
-    }
+ScriptedServer::ScriptedServer(bool tls) : context(tls ? tlsContext() : nullptr) {
+    listener = listenOnLoopback(portNumber);
 }
 
 ScriptedServer::~ScriptedServer() {
@@ -47,25 +67,28 @@ ScriptedServer::~ScriptedServer() {
     if (worker.joinable())
         worker.join();
     ::close(listener);
+    SSL_CTX_free(context);
+}
+
+int ScriptedServer::freePort() {
+    int port = 0;
+    ::close(listenOnLoopback(port));
+    return port;
 }
 
 std::string ScriptedServer::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(portNumber) + path;
+    return (context ? "https" : "http") + std::string("://127.0.0.1:") +
+           std::to_string(portNumber) + path;
 }
 
 void ScriptedServer::serve(std::vector<Exchange> script) {
-    if (worker.joinable())
-        throw std::logic_error("ScriptedServer serves one script");
     worker = std::thread(&ScriptedServer::run, this, std::move(script));
 }
 
 void ScriptedServer::answer(const std::vector<std::string>& replies) {
     std::vector<Exchange> script;
-    for (const auto& reply : replies) {
-        Exchange step;
-        step.pieces.push_back(reply);
-        script.push_back(step);
-    }
+    for (const auto& reply : replies)
+        script.push_back({{reply}});
     serve(std::move(script));
 }
 
@@ -83,7 +106,7 @@ std::vector<std::string> ScriptedServer::requests() const {
 
 void ScriptedServer::run(std::vector<Exchange> script) {
     for (const auto& step : script) {
-        if (!readable(listener, ACCEPT_SECONDS, stopping))
+        if (!readable(listener, 10, stopping))
             break;
         int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0)
@@ -92,43 +115,61 @@ void ScriptedServer::run(std::vector<Exchange> script) {
             std::lock_guard<std::mutex> guard(lock);
             received.emplace_back();
         }
-        exchange(client, step);
+        SSL* ssl = nullptr;
+        if (context != nullptr) {
+            ssl = SSL_new(context);
+            SSL_set_fd(ssl, client);
+        }
+        if (ssl == nullptr || SSL_accept(ssl) == 1)
+            exchange(client, ssl, step);
+        if (step.reset) {
+            linger abortive = {1, 0};
+            ::setsockopt(client, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
+        }
+        SSL_free(ssl);
         ::close(client);
     }
     done = true;
 }
 
-void ScriptedServer::exchange(int client, const Exchange& step) {
-    if (step.closeAtOnce)
-        return;
-    char chunk[65536];
+void ScriptedServer::exchange(int client, SSL* ssl, const Exchange& step) {
     // Appends what one receive gave; false at the end of the stream.
     auto take = [&]() {
-        if (!readable(client, READ_SECONDS, stopping))
+        char chunk[65536];
+        if (!readable(client, 5, stopping))
             return false;
-        ssize_t n = ::recv(client, chunk, sizeof chunk, 0);
+        int n = ssl ? SSL_read(ssl, chunk, sizeof chunk)
+                    : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
         if (n <= 0)
             return false;
         std::lock_guard<std::mutex> guard(lock);
         received.back().append(chunk, static_cast<size_t>(n));
         return true;
     };
-    auto requestComplete = [&]() {
+    auto complete = [&]() {
         std::lock_guard<std::mutex> guard(lock);
         return received.back().find("\r\n\r\n") != std::string::npos;
     };
     if (step.readRequest)
-        while (!requestComplete() && take()) {
+        while (!complete() && take()) {
         }
     for (size_t i = 0; i < step.pieces.size(); ++i) {
-        if (i == 1 && step.restAfterClientClose)
-            while (take()) {
-            }
+        if (i > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
         const std::string& piece = step.pieces[i];
-        ::send(client, piece.data(), piece.size(), MSG_NOSIGNAL);
+        if (ssl)
+            SSL_write(ssl, piece.data(), static_cast<int>(piece.size()));
+        else
+            ::send(client, piece.data(), piece.size(), MSG_NOSIGNAL);
     }
-    // End the reply cleanly, then keep what else the client sends until it
-    // closes, so no unread byte turns the close into a reset.
+    if (step.reset) {  // once the client has had time to read the reply
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        return;
+    }
+    // End the reply, then keep what else the client sends until it closes,
+    // so that no unread byte turns the close into a reset.
+    if (ssl)
+        SSL_shutdown(ssl);
     ::shutdown(client, SHUT_WR);
     while (take()) {
     }

@@ -1,0 +1,196 @@
+// Runs every row of requests.txt: the program, started with exactly the row's
+// environment, argument and input in a directory of the row's files, perhaps
+// fetching from the row's scripted peer, must write exactly the expected bytes,
+// nothing on standard error, and end as the row says. With TESSAVANT_MEMCHECK
+// set, valgrind's memcheck runs each row instead and must find no error, no
+// leak and no descriptor left open.
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <utime.h>
+
+#include <fstream>
+#include <memory>
+
+#include "crypto/Copyright.h"
+#include "crypto/Hex.h"
+#include "crypto/StringCrypto.h"
+#include "tests/support/Process.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+struct Row {
+    int line = 0;
+    std::vector<std::pair<std::string, std::string>> lines;  // key, value
+};
+
+std::string unescape(const std::string& s) {
+    std::string r;
+    for (size_t i = 0; i < s.size(); ++i) {
+        const char c = s[i] == '\\' && i + 1 < s.size() ? s[++i] : 0;
+        if (c == 'x')
+            r += static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16)), i += 2;
+        else
+            r += c == 0 ? s[i] : c == 'n' ? '\n' : c == 'r' ? '\r' : c == 's' ? ' ' : c;
+    }
+    return r;
+}
+
+// Rows are runs of lines between blank lines; '#' starts a comment line.
+std::vector<Row> load() {
+    std::vector<Row> rows(1);
+    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/requests.txt");
+    std::string line;
+    for (int number = 1; std::getline(table, line); ++number) {
+        if (line.empty() && !rows.back().lines.empty())
+            rows.emplace_back();
+        if (line.empty() || line[0] == '#')
+            continue;
+        if (rows.back().lines.empty())
+            rows.back().line = number;
+        const size_t space = std::min(line.find(' '), line.size());
+        rows.back().lines.emplace_back(line.substr(0, space),
+                                       line.substr(space + (space < line.size())));
+    }
+    rows.pop_back();
+    return rows;
+}
+
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << "requests.txt:" << row.line;
+}
+
+const std::string PASSWORD = "a client password";
+
+std::string encrypt(const std::string& password, const std::string& plain) {
+    StringCrypto crypto(password.c_str(), true);
+    return Hex::encode(crypto.cipher(reinterpret_cast<const unsigned char*>(plain.data()),
+                                     static_cast<int>(plain.size())));
+}
+
+// "@N" is N bytes of a pattern that has every byte value.
+std::string content(const std::string& text) {
+    std::string bytes(text[0] == '@' ? std::stoul(text.substr(1)) : 0, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 4096);
+    return text[0] == '@' ? bytes : text;
+}
+
+// Replaces {name} for each of names, then {q:REF}, {head:N} and {file:TEXT}.
+std::string expand(std::string text,
+                   const std::vector<std::pair<std::string, std::string>>& names) {
+    for (const auto& n : names)
+        for (size_t at; (at = text.find("{" + n.first + "}")) != std::string::npos;)
+            text.replace(at, n.first.size() + 2, n.second);
+    for (size_t open, colon, close, from = 0;
+         (open = text.find('{', from)) != std::string::npos &&
+         (colon = text.find(':', open)) != std::string::npos &&
+         (close = text.find('}', colon)) != std::string::npos;) {
+        const std::string name = text.substr(open + 1, colon - open - 1);
+        const std::string arg = text.substr(colon + 1, close - colon - 1);
+        std::string value =
+            name == "q" ? "cmd=img&p=" + encrypt(Copyright::getConstStr(), PASSWORD) +
+                              "&i=" + encrypt(PASSWORD, arg)
+            : name == "file"
+                ? content(arg)
+                : "Connection: keep-alive\nContent-Type: application/octet-stream\n"
+                  "Accept-Ranges: bytes\nLast-Modified: Sun, 06 Nov 1994 08:49:37 GMT\n"
+                  "Etag: \"Sun, 06 Nov 1994 08:49:37 GMT\"\n"
+                  "Cache-Control: max-age=31536000, must-revalidate, public\n"
+                  "Expires: Fri, 31 Dec 2027 12:00:00 GMT\nContent-Length: " +
+                      arg + "\n\n";
+        text.replace(open, close - open + 1, value);
+        from = open + value.size();
+    }
+    return text;
+}
+
+class Request : public testing::TestWithParam<Row> {};
+
+TEST_P(Request, GetsItsExactReply) {
+    const Row& row = GetParam();
+    TempDir dir;
+    std::unique_ptr<ScriptedServer> peer;
+    for (const auto& l : row.lines)
+        if (!peer && (l.first == "peer" || l.first == "tls"))
+            peer.reset(new ScriptedServer(l.first == "tls"));
+    char program[PATH_MAX] = "";
+    const std::vector<std::pair<std::string, std::string>> names = {
+        {"dir", dir.path()},
+        {"peer", peer ? peer->url("") : ""},
+        {"T", "Content-type: text/plain\n\n"},
+        {"id", Copyright::get()},
+        {"p", encrypt(Copyright::getConstStr(), PASSWORD)},
+        {"bin", ::realpath(TESSAVANT_BIN, program)},
+        {"closed", std::to_string(ScriptedServer::freePort())}};
+    Process::Environment env;
+    std::vector<std::string> args;
+    std::vector<ScriptedServer::Exchange> script;
+    std::string in, out;
+    int status = 0, signal = 0;
+    bool stop = false;
+    for (const auto& l : row.lines) {
+        const std::string value = expand(unescape(l.second), names);
+        if (l.first == "env")
+            for (size_t at = 0, end; at < l.second.size(); at = end + 1) {
+                end = std::min(l.second.find(' ', at), l.second.size());
+                const std::string item = expand(unescape(l.second.substr(at, end - at)), names);
+                env.emplace_back(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+            }
+        else if (l.first == "arg")
+            args.push_back(value);
+        else if (l.first == "in")
+            in += value;
+        else if (l.first == "file") {
+            const std::string path = dir.write(l.second.substr(0, l.second.find(' ')),
+                                               content(value.substr(value.find(' ') + 1)));
+            struct utimbuf times = {784111777, 784111777};  // Sun, 06 Nov 1994 08:49:37 GMT
+            ::utime(path.c_str(), &times);
+        } else if (l.first == "peer" || l.first == "tls")
+            script.push_back({{value}});
+        else if (l.first == "more")
+            script.back().pieces.push_back(value);
+        else if (l.first == "out")
+            out += value;
+        else if (l.first == "exit")
+            status = std::stoi(value);
+        else if (l.first == "signal")
+            signal = std::stoi(value), status = -1;
+        else
+            stop = l.first == "stop";
+    }
+    if (peer)
+        peer->serve(script);
+    const std::string log = dir.path() + "/memcheck.log";
+    const bool memcheck = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
+    if (memcheck)
+        args.insert(args.begin(),
+                    {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
+                     "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
+    Process::Result r = Process::run(memcheck ? "/usr/bin/valgrind" : program, args, env, in,
+                                     memcheck ? 300 : 60, dir.path(), stop);
+    // valgrind adds to the environment, so only the plain run compares output.
+    EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, status);
+    EXPECT_EQ(r.signal, signal);
+    EXPECT_TRUE(!peer || peer->finish());
+    if (memcheck) {
+        const std::string report = readFile(log);
+        auto count = [&](const std::string& what) {
+            size_t n = 0;
+            for (size_t at = 0; (at = report.find(what, at)) != std::string::npos; ++at)
+                ++n;
+            return n;
+        };
+        EXPECT_NE(report.find("ERROR SUMMARY: 0 errors"), std::string::npos) << report;
+        // Every descriptor open at exit was given to the program.
+        EXPECT_EQ(count("Open file descriptor"), count("<inherited from parent>")) << report;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Request, testing::ValuesIn(load()),
+                         [](const testing::TestParamInfo<Row>& info) {
+                             return "line" + std::to_string(info.param.line);
+                         });
+}  // namespace
