@@ -1,9 +1,5 @@
 #include "cgi/Tessavant.h"
 
-#include <fcntl.h>
-#include <sys/uio.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -13,6 +9,7 @@
 
 #include "base/Exception.h"
 #include "base/Util.h"
+#include "cgi/Exchange.h"
 #include "cgi/QueryString.h"
 #include "crypto/Copyright.h"
 #include "crypto/Decryptor.h"
@@ -26,17 +23,10 @@ namespace {
 
 const char TEXT_HEADER[] = "Content-type: text/plain\n\n";
 
-void put(const char* text) {
-    std::fputs(text, stdout);
-}
-void put(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
 // The POST body, zero-filled so that a body shorter than announced reads as
 // a shorter text.
-std::unique_ptr<char, decltype(&std::free)> readBody() {
-    const char* contentLength = std::getenv("CONTENT_LENGTH");
+std::unique_ptr<char, decltype(&std::free)> readBody(Exchange& exchange) {
+    const char* contentLength = exchange.param("CONTENT_LENGTH");
     if (contentLength == nullptr)
         throw Exception("Tessavant", "CONTENT_LENGTH not found", -1);
     long length = std::strtol(contentLength, nullptr, 10);
@@ -50,30 +40,25 @@ std::unique_ptr<char, decltype(&std::free)> readBody() {
     if (body == nullptr)
         throw Exception("Tessavant", "Out of memory", -1);
     std::unique_ptr<char, decltype(&std::free)> owned(body, &std::free);
-    size_t got = std::fread(body, 1, static_cast<size_t>(length), stdin);
-    (void)got;  // a short body leaves zero bytes behind it
-    body[length] = '\0';
+    exchange.read(body, static_cast<size_t>(length));  // a short body leaves zero bytes behind it
     return owned;
 }
 
 }  // namespace
 
-Tessavant::Tessavant(int argc, char** argv, char** envp) : argc(argc), argv(argv), envp(envp) {}
-
 int Tessavant::run() {
-    const char* methodValue = std::getenv("REQUEST_METHOD");
+    const char* methodValue = exchange.param("REQUEST_METHOD");
     const std::string method = methodValue != nullptr ? methodValue : "";
 
     std::unique_ptr<QueryString> q;
-    if (argc >= 2) {
+    if (text != nullptr) {
         // An operator may pass a request URL or a bare query string.
-        const char* text = argv[1];
         const char* mark = std::strchr(text, '?');
         q.reset(new QueryString(mark != nullptr ? mark + 1 : text));
     } else if (method == "GET") {
-        q.reset(new QueryString(std::getenv("QUERY_STRING")));
+        q.reset(new QueryString(exchange.param("QUERY_STRING")));
     } else if (method == "POST") {
-        auto body = readBody();
+        auto body = readBody(exchange);
         q.reset(new QueryString(body.get()));
     } else {
         banner();
@@ -91,7 +76,7 @@ int Tessavant::run() {
         image(*q);
     }
     // Any other command is answered with silence, by design.
-    std::fflush(stdout);
+    exchange.write(reply.data(), reply.size());
     return 0;
 }
 
@@ -99,12 +84,12 @@ void Tessavant::banner() {
     put("Tessavant ");
     put(VERSION);
     put("\nCopyright (C) 2026 The Tessavant developers. All rights reserved.\n");
-    std::fflush(stdout);
+    exchange.write(reply.data(), reply.size());
 }
 
 void Tessavant::environment() {
     put(TEXT_HEADER);
-    for (char** entry = envp; entry != nullptr && *entry != nullptr; ++entry) {
+    for (char** entry = exchange.params(); entry != nullptr && *entry != nullptr; ++entry) {
         put(*entry);
         put("\n");
     }
@@ -121,7 +106,7 @@ void Tessavant::version() {
 void Tessavant::serverInformation() {
     put(TEXT_HEADER);
     put("w=");
-    const char* software = std::getenv("SERVER_SOFTWARE");
+    const char* software = exchange.param("SERVER_SOFTWARE");
     // An unset field puts the reply into its failed state: nothing more is
     // written, not even the closing blank line.
     if (software == nullptr)
@@ -132,68 +117,15 @@ void Tessavant::serverInformation() {
     put("&a=Tessavant&v=");
     put(VERSION);
     put("&s=");
-    const char* script = std::getenv("SCRIPT_FILENAME");
+    const char* script = exchange.param("SCRIPT_FILENAME");
     put(script != nullptr ? std::string(script) : Util::getModuleFilename());
     put("\n\n");
 }
 
-namespace {
-
-// Writes all of the given pieces straight to standard output, continuing
-// partial writes; false once the reader has gone.
-bool writeOut(const char* first, size_t firstLength, const char* second = nullptr,
-              size_t secondLength = 0) {
-    iovec pieces[2] = {{const_cast<char*>(first), firstLength},
-                       {const_cast<char*>(second), secondLength}};
-    iovec* next = pieces;
-    int count = second != nullptr && secondLength > 0 ? 2 : 1;
-    while (count > 0) {
-        if (next->iov_len == 0) {
-            ++next;
-            --count;
-            continue;
-        }
-        ssize_t n = ::writev(STDOUT_FILENO, next, count);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        size_t done = static_cast<size_t>(n);
-        while (count > 0 && done >= next->iov_len) {
-            done -= next->iov_len;
-            ++next;
-            --count;
-        }
-        if (count > 0) {
-            next->iov_base = static_cast<char*>(next->iov_base) + done;
-            next->iov_len -= done;
-        }
-    }
-    return true;
-}
-
-bool writeOut(const std::string& text) {
-    return writeOut(text.data(), text.size());
-}
-
-// With the default 64 KiB pipe a 512 KiB chunk reaches the reader in many
-// pieces, each a wake-up on both sides; a pipe that holds a whole chunk makes
-// large copies markedly faster (bench/run). Only ever enlarges, since the
-// server may have chosen more. When standard output is no pipe, or the user's
-// pipe quota is spent, nothing changes and the copy works as before.
-void enlargeOutputPipe(int bodyLength) {
-    const int current = ::fcntl(STDOUT_FILENO, F_GETPIPE_SZ);
-    if (current > 0 && current < bodyLength && current < Tessavant::COPY_BUFFER_SIZE)
-        ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, Tessavant::COPY_BUFFER_SIZE);
-}
-
-}  // namespace
-
 void Tessavant::image(QueryString& q) {
-    // One chunk of the body at a time; the file is never held whole.
+    // One chunk of the body at a time; the file is never held whole. The
+    // buffer serves every request of the process.
     static char buffer[COPY_BUFFER_SIZE];
-    std::fflush(stdout);  // raw writes follow
 
     std::unique_ptr<File> file;
     std::string reference;
@@ -209,15 +141,15 @@ void Tessavant::image(QueryString& q) {
 
         const std::string modified = file->modifiedTime();
         const std::string etag = "\"" + modified + "\"";
-        const char* noneMatch = std::getenv("HTTP_IF_NONE_MATCH");
-        const char* modifiedSince = std::getenv("HTTP_IF_MODIFIED_SINCE");
+        const char* noneMatch = exchange.param("HTTP_IF_NONE_MATCH");
+        const char* modifiedSince = exchange.param("HTTP_IF_MODIFIED_SINCE");
         bool notModified = false;
         if (noneMatch != nullptr && etag == noneMatch)
             notModified = true;
         else if (modifiedSince != nullptr)
             notModified = Date(modified.c_str()) <= Date(modifiedSince);
         if (notModified) {
-            writeOut("Status: 304 Not Modified\n\n");
+            put("Status: 304 Not Modified\n\n");
             return;
         }
 
@@ -237,26 +169,32 @@ void Tessavant::image(QueryString& q) {
             "Content-Length: " +
             std::to_string(length) + "\n\n";
 
-        // A body that fits the default pipe is spared the calls.
-        if (length > 65536)
-            enlargeOutputPipe(length);
+        // A local file's bytes are handed over by descriptor, so that the
+        // exchange can move them without a copy; the header goes first.
+        auto* local = dynamic_cast<StdioFile*>(file.get());
         int remaining = length;
         while (remaining > 0) {
             const int request = std::min(remaining, COPY_BUFFER_SIZE);
-            const int got = std::max(file->read(buffer, request), 0);
-            const bool written =
-                writeOut(pending.data(), pending.size(), buffer, static_cast<size_t>(got));
+            long got;
+            if (local != nullptr) {
+                got = exchange.write(pending.data(), pending.size())
+                          ? exchange.copy(local->descriptor(), static_cast<size_t>(request), buffer)
+                          : -1;
+            } else {
+                got = std::max(file->read(buffer, request), 0);
+                if (!exchange.write(pending.data(), pending.size(), buffer,
+                                    static_cast<size_t>(got)))
+                    got = -1;
+            }
             pending.clear();
-            remaining -= got;
+            remaining -= static_cast<int>(got);
             // A short read ends the body, even below the announced length.
-            if (!written || got != request)
+            if (got != request)
                 break;
         }
-        if (!pending.empty())
-            writeOut(pending);
+        put(pending);
     } catch (const Exception& e) {
-        if (!pending.empty())
-            writeOut(pending);
-        writeOut(std::string(TEXT_HEADER) + "e=" + reference + " - " + e.getMessageCode() + "\n\n");
+        put(pending);
+        put(std::string(TEXT_HEADER) + "e=" + reference + " - " + e.getMessageCode() + "\n\n");
     }
 }

@@ -2,16 +2,20 @@
 
 #include <string>
 
+class Exchange;
 class QueryString;
 
-// One CGI request from intake to reply: finds the parameter text, parses it
-// and answers the command in "cmd". Everything goes to standard output.
+// One request from intake to reply: finds the parameter text, parses it and
+// answers the command in "cmd". Everything it is given and everything it
+// answers passes through the exchange.
 class Tessavant {
   public:
     static const char* const VERSION;
     static constexpr int COPY_BUFFER_SIZE = 524288;
 
-    Tessavant(int argc, char** argv, char** envp);
+    // text, when given, is the request text of a command-line run.
+    explicit Tessavant(Exchange& exchange, const char* text = nullptr)
+        : exchange(exchange), text(text) {}
 
     // Serves the request; returns the exit status. Intake failures are
     // thrown as Exception and deliberately not caught here.
@@ -23,8 +27,10 @@ class Tessavant {
     void version();
     void serverInformation();
     void image(QueryString& q);
+    void put(const std::string& text) { reply += text; }
 
-    int argc;
-    char** argv;
-    char** envp;
+    Exchange& exchange;
+    const char* text;
+    // Text replies are gathered and written whole.
+    std::string reply;
 };

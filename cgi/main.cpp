@@ -1,7 +1,11 @@
+#include <sys/socket.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 
+#include "cgi/CgiExchange.h"
+#include "cgi/FastCgiExchange.h"
 #include "cgi/Tessavant.h"
 
 extern char** environ;
@@ -12,6 +16,14 @@ namespace {
 [[noreturn]] void silentTerminate() {
     std::abort();
 }
+
+// A listening socket as standard input is how FastCGI spawners start a
+// responder.
+bool listeningOnStandardInput() {
+    int listening = 0;
+    socklen_t size = sizeof listening;
+    return ::getsockopt(0, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening != 0;
+}
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -19,6 +31,9 @@ int main(int argc, char** argv) {
     // A reader that goes away ends the copy through a failed write, not
     // through a signal.
     std::signal(SIGPIPE, SIG_IGN);
-    Tessavant request(argc, argv, environ);
-    return request.run();
+    // A command-line argument is always the request text of one run.
+    if (argc < 2 && listeningOnStandardInput())
+        return FastCgiExchange::serve();
+    CgiExchange exchange(environ);
+    return Tessavant(exchange, argc >= 2 ? argv[1] : nullptr).run();
 }

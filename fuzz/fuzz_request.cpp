@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "base/Exception.h"
+#include "cgi/CgiExchange.h"
 #include "cgi/Tessavant.h"
 #include "fuzz/FuzzSupport.h"
 
@@ -101,9 +102,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     std::vector<char> argumentText(argument.begin(), argument.end());
     argumentText.push_back('\0');
-    char program[] = "tessavant";
-    char* argv[] = {program, hasArgument ? argumentText.data() : nullptr, nullptr};
-    Tessavant request(hasArgument ? 2 : 1, argv, environ);
+    CgiExchange exchange(environ);
+    Tessavant request(exchange, hasArgument ? argumentText.data() : nullptr);
     try {
         fuzzCheck(request.run() == 0, "a handled request ends with status 0");
     } catch (const Exception& e) {

@@ -4,10 +4,19 @@
 // nothing on standard error, and end as the row says. With TESSAVANT_MEMCHECK
 // set, valgrind's memcheck runs each row instead and must find no error, no
 // leak and no descriptor left open.
+#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utime.h>
 
+#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -105,18 +114,19 @@ std::string expand(std::string text,
     return text;
 }
 
-class Request : public testing::TestWithParam<Row> {};
-
-TEST_P(Request, GetsItsExactReply) {
-    const Row& row = GetParam();
-    TempDir dir;
+// Runs the row as a CGI program in dir, or, with a socket, through the
+// FastCGI responder listening there (rows with an argument are CGI only).
+void runRow(const Row& row, const std::string& dir, const std::string& socket = "") {
+    for (const auto& l : row.lines)
+        if (!socket.empty() && l.first == "arg")
+            return;
     std::unique_ptr<ScriptedServer> peer;
     for (const auto& l : row.lines)
         if (!peer && (l.first == "peer" || l.first == "tls"))
             peer.reset(new ScriptedServer(l.first == "tls"));
     char program[PATH_MAX] = "";
     const std::vector<std::pair<std::string, std::string>> names = {
-        {"dir", dir.path()},
+        {"dir", dir},
         {"peer", peer ? peer->url("") : ""},
         {"T", "Content-type: text/plain\n\n"},
         {"id", Copyright::get()},
@@ -142,8 +152,8 @@ TEST_P(Request, GetsItsExactReply) {
         else if (l.first == "in")
             in += value;
         else if (l.first == "file") {
-            const std::string path = dir.write(l.second.substr(0, l.second.find(' ')),
-                                               content(value.substr(value.find(' ') + 1)));
+            const std::string path = dir + "/" + l.second.substr(0, l.second.find(' '));
+            std::ofstream(path, std::ios::binary) << content(value.substr(value.find(' ') + 1));
             struct utimbuf times = {784111777, 784111777};  // Sun, 06 Nov 1994 08:49:37 GMT
             ::utime(path.c_str(), &times);
         } else if (l.first == "peer" || l.first == "tls")
@@ -161,14 +171,20 @@ TEST_P(Request, GetsItsExactReply) {
     }
     if (peer)
         peer->serve(script);
-    const std::string log = dir.path() + "/memcheck.log";
+    const std::string log = dir + "/memcheck.log";
     const bool memcheck = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
-    if (memcheck)
+    std::string run = program;
+    if (!socket.empty()) {
+        run = "/usr/bin/cgi-fcgi", args = {"-bind", "-connect", socket};
+        status = signal != 0;  // an intake failure ends the request with status 1
+        signal = 0;
+    } else if (memcheck) {
+        run = "/usr/bin/valgrind";
         args.insert(args.begin(),
                     {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
-    Process::Result r = Process::run(memcheck ? "/usr/bin/valgrind" : program, args, env, in,
-                                     memcheck ? 300 : 60, dir.path(), stop);
+    }
+    Process::Result r = Process::run(run, args, env, in, memcheck ? 300 : 60, dir, stop);
     // valgrind adds to the environment, so only the plain run compares output.
     EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
     EXPECT_EQ(r.err, "");
@@ -189,8 +205,66 @@ TEST_P(Request, GetsItsExactReply) {
     }
 }
 
+class Request : public testing::TestWithParam<Row> {};
+
+TEST_P(Request, GetsItsExactReply) {
+    TempDir dir;
+    runRow(GetParam(), dir.path());
+}
+
 INSTANTIATE_TEST_SUITE_P(Table, Request, testing::ValuesIn(load()),
                          [](const testing::TestParamInfo<Row>& info) {
                              return "line" + std::to_string(info.param.line);
                          });
+
+int openDescriptors(pid_t pid) {
+    int count = 0;
+    DIR* d = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    while (dirent* e = d != nullptr ? ::readdir(d) : nullptr)
+        count += e->d_name[0] != '.';
+    if (d != nullptr)
+        ::closedir(d);
+    return count;
+}
+
+// Every row, one after another, through one FastCGI responder started as a
+// spawner starts it: nothing may carry from one request into the next, and
+// SIGTERM ends it with status 0.
+TEST(FastCgi, EveryRowThroughOneResponder) {
+    TempDir dir;
+    const std::string socketPath = dir.path() + "/socket";
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, socketPath.c_str());
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(listener, 16), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const int log = ::open((dir.path() + "/output").c_str(), O_WRONLY | O_CREAT, 0600);
+        ::dup2(listener, 0), ::dup2(log, 1), ::dup2(log, 2);
+        ::close_range(3, ~0U, 0);
+        if (::chdir(dir.path().c_str()) == 0)
+            ::execl(TESSAVANT_BIN, TESSAVANT_BIN, nullptr);
+        ::_exit(127);
+    }
+    ::close(listener);
+    const std::vector<Row> rows = load();
+    int descriptors = 0;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        runRow(row, dir.path(), socketPath);
+        descriptors = descriptors != 0 ? descriptors : openDescriptors(pid);
+    }
+    EXPECT_EQ(openDescriptors(pid), descriptors);
+    ::kill(pid, SIGTERM);
+    int status = -1;
+    for (int i = 0; i < 100 && ::waitpid(pid, &status, WNOHANG) == 0; ++i)
+        ::usleep(50000);
+    if (::kill(pid, SIGKILL) == 0)
+        ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(readFile(dir.path() + "/output"), "");  // it writes nothing of its own
+}
 }  // namespace
