@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "crypto/DesIF.h"
 
 // The DES round function and key schedule with their standard tables, but
@@ -41,5 +43,11 @@ class Des : public DesIF {
     static const unsigned char MODIFIED_SBOX_8[64][4];
 
   private:
-    unsigned char schedule[16][48];
+    // The 16 rounds on a block as one word, the left half at the top.
+    uint64_t rounds(uint64_t block, bool encrypt) const;
+
+    // Subkey r as its eight 6-bit groups, one per S-box, each in the low
+    // bits of a byte: schedule[r][0] holds the groups of S1, S3, S5 and S7
+    // from the top byte down, schedule[r][1] those of S2, S4, S6 and S8.
+    uint32_t schedule[16][2];
 };
