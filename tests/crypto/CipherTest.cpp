@@ -35,24 +35,23 @@ class Counting : public StringCrypto {
 };
 }  // namespace
 
-TEST(Encodings, HexAndBase64DecodeExactlyAndEncodeBack) {
-    const std::string hex = "0123456789ABCDEF00FF",
-                      base64 =
-                          "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/QUI";
-    const std::string allSixBits =
-        "00108310518720928B30D38F41149351559761969B71D79F8218A39259A7A29AABB2DBAFC31CB3D35DB7E39EBB"
-        "F3DFBF";
+// The known answers below pin both codecs' plain cases; these are the rest.
+TEST(Encodings, HexAndBase64) {
+    const std::string base64 =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/QUI";
     const std::tuple<counted_ptr<Bytes> (*)(const std::string&), std::string, std::string> cases[] =
-        {{Hex::decode, hex, std::string("\x01\x23\x45\x67\x89\xAB\xCD\xEF\0\xFF", 10)},
-         {Hex::decode, "abcdef", "\xAB\xCD\xEF"},
+        {{Hex::decode, "abcdef", "\xAB\xCD\xEF"},
          {Hex::decode, "ab1gz", "\xAB\x10"},
-         {Base64::decode, base64, text(Hex::decode(allSixBits)) + "AB"},
          {Base64::decode, "QQ== QJD", "\x41\x0F\xFF\xFD\x02\x43"},
          {Base64::decode, "QUJDQU I", std::string("ABCA\0\0", 6)},
          {Base64::decode, "QUJDR", "ABC"}};
     for (const auto& [decode, encoded, plain] : cases)
         EXPECT_EQ(text(decode(encoded)), plain) << encoded;
-    EXPECT_EQ(Hex::encode(Hex::decode(hex)) + Base64::encode(Base64::decode(base64)), hex + base64);
+    const std::string plain =
+        text(Hex::decode("00108310518720928B30D38F41149351559761969B71D79F8218A39259A7A29AABB2DBAFC"
+                         "31CB3D35DB7E39EBBF3DFBF"));
+    EXPECT_EQ(Base64::encode(plain + "AB") + "|" + text(Base64::decode(base64)),
+              base64 + "|" + plain + "AB");
     EXPECT_EQ(Hex::encode(std::string("ab\0cd", 5)) + Hex::encode(255) + Hex::encode(-1),
               "6162000000ffffffffff");
 }

@@ -33,15 +33,13 @@ TEST(KeyFile, TheHeaderCarriesTheSignatureAndEveryMixerBitAndThePicksSpellTheTex
 // The line replaced, its new text, and the message; missing items are
 // reported at the end of the file, line 23.
 TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
-    const std::string zeros(55, '0');
-    std::string picks;
-    for (int i = 0; i < 34; ++i)
-        picks += " 1";
+    const std::string zeros(55, '0'),
+        picks = " 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1";
     const std::tuple<int, std::string, std::string> cases[] = {
         {4, "signature 3ca1", "4: wrong count: 'signature' has 4 hex digits, expected 32"},
         {4, "signature 3ca157e209d46b18f02e957ac341b8xd",
          "4: bad digit in 'signature' at position 31"},
-        {4, "#", "23: missing item 'signature'"},
+        {4, "", "23: missing item 'signature'"},
         {5, "picks 1 2 3", "5: wrong count: 'picks' has 3 values, expected 35"},
         {5, "picks 65" + picks, "5: value out of range: pick 1 is 65, expected 0 to 64"},
         {5, "picks -1" + picks, "5: bad digit in pick 1 '-1'"},
