@@ -51,8 +51,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://www.tessavant.org/")
 # The dependencies are read off the binaries by dpkg-shlibdeps, so they follow
-# however the program is linked.
+# however the program is linked. libssl3 is loaded only when an https
+# reference is opened (dlopen), which dpkg-shlibdeps cannot see; CPack adds
+# the computed dependencies to this one.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libssl3")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap")
 # CPack puts the summary first and indents these lines itself; an empty line
 # becomes the paragraph mark " .".

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "net/SslLibrary.h"
+
 namespace {
 // OpenSSL writes to the socket with plain write(), so a peer that went away
 // would raise SIGPIPE and end the process. Holds the signal back for the
@@ -46,44 +48,45 @@ class SigpipeGuard {
 };
 }  // namespace
 
+// OpenSSL is loaded here, on the first https reference, and before the base
+// class connects: where it cannot be loaded, nothing is connected.
 HttpsConnection::HttpsConnection(const char* host, int port)
-    : HttpConnection(host, port), context(nullptr), ssl(nullptr) {
-    // OpenSSL is touched here only, never at start-up, so requests that
-    // stay on plain http or local files do not pay for it.
-    SSL_library_init();
-    SSL_load_error_strings();
-    context = SSL_CTX_new(SSLv23_method());
+    : HttpsConnection(SslLibrary::load(), host, port) {}
+
+HttpsConnection::HttpsConnection(const SslLibrary& library, const char* host, int port)
+    : HttpConnection(host, port), library(library), context(nullptr), ssl(nullptr) {
+    context = library.SSL_CTX_new(library.TLS_client_method());
     if (context == nullptr)
         return;
-    ssl = SSL_new(context);
+    ssl = library.SSL_new(context);
     if (ssl == nullptr)
         return;
-    SSL_set_fd(ssl, fd);
+    library.SSL_set_fd(ssl, fd);
     SigpipeGuard guard;
-    SSL_connect(ssl);
+    library.SSL_connect(ssl);
 }
 
 HttpsConnection::~HttpsConnection() {
     if (ssl != nullptr) {
         SigpipeGuard guard;
-        SSL_shutdown(ssl);
-        SSL_free(ssl);
+        library.SSL_shutdown(ssl);
+        library.SSL_free(ssl);
     }
     if (context != nullptr)
-        SSL_CTX_free(context);
+        library.SSL_CTX_free(context);
 }
 
 int HttpsConnection::recv(char*, int) const {
     if (ssl == nullptr)
         return 0;
     char* own = const_cast<char*>(buffer);
-    return SSL_read(ssl, own, BUFFER_SIZE);
+    return library.SSL_read(ssl, own, BUFFER_SIZE);
 }
 
 const Socket& HttpsConnection::operator<<(const std::string& text) const {
     if (ssl != nullptr) {
         SigpipeGuard guard;
-        SSL_write(ssl, text.data(), static_cast<int>(text.length()));
+        library.SSL_write(ssl, text.data(), static_cast<int>(text.length()));
     }
     return *this;
 }

@@ -1,14 +1,18 @@
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <string>
 
 #include "net/HttpConnection.h"
 
+class SslLibrary;
+struct ssl_ctx_st;
+struct ssl_st;
+
 // HttpConnection over TLS. The peer is accepted whoever it is: no trust
 // store, no verification, no server name sent. A failed handshake shows as
-// "Bad response" when the request reads the head.
+// "Bad response" when the request reads the head. OpenSSL is loaded before
+// the connection is made (SslLibrary); where it cannot be, the constructor
+// throws and nothing is connected.
 class HttpsConnection : public HttpConnection {
   public:
     HttpsConnection(const char* host, int port);
@@ -20,6 +24,9 @@ class HttpsConnection : public HttpConnection {
     const Socket& operator<<(const std::string& text) const override;
 
   protected:
-    SSL_CTX* context;
-    SSL* ssl;
+    HttpsConnection(const SslLibrary& library, const char* host, int port);
+
+    const SslLibrary& library;
+    ssl_ctx_st* context;
+    ssl_st* ssl;
 };
