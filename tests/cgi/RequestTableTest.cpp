@@ -8,15 +8,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
-#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -61,7 +58,8 @@ std::vector<Row> load() {
         rows.back().lines.emplace_back(line.substr(0, space),
                                        line.substr(space + (space < line.size())));
     }
-    rows.pop_back();
+    if (rows.back().lines.empty())
+        rows.pop_back();
     return rows;
 }
 
@@ -115,10 +113,10 @@ std::string expand(std::string text,
 }
 
 // Runs the row as a CGI program in dir, or, with a socket, through the
-// FastCGI responder listening there (rows with an argument are CGI only).
+// FastCGI responder listening there (rows with "arg" or "cgi" are CGI only).
 void runRow(const Row& row, const std::string& dir, const std::string& socket = "") {
     for (const auto& l : row.lines)
-        if (!socket.empty() && l.first == "arg")
+        if (!socket.empty() && (l.first == "arg" || l.first == "cgi"))
             return;
     std::unique_ptr<ScriptedServer> peer;
     for (const auto& l : row.lines)
@@ -166,8 +164,8 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             status = std::stoi(value);
         else if (l.first == "signal")
             signal = std::stoi(value), status = -1;
-        else
-            stop = l.first == "stop";
+        else if (l.first == "stop")
+            stop = true;
     }
     if (peer)
         peer->serve(script);
@@ -191,18 +189,11 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     EXPECT_EQ(r.status, status);
     EXPECT_EQ(r.signal, signal);
     EXPECT_TRUE(!peer || peer->finish());
-    if (memcheck) {
-        const std::string report = readFile(log);
-        auto count = [&](const std::string& what) {
-            size_t n = 0;
-            for (size_t at = 0; (at = report.find(what, at)) != std::string::npos; ++at)
-                ++n;
-            return n;
-        };
-        EXPECT_NE(report.find("ERROR SUMMARY: 0 errors"), std::string::npos) << report;
-        // Every descriptor open at exit was given to the program.
-        EXPECT_EQ(count("Open file descriptor"), count("<inherited from parent>")) << report;
-    }
+    const std::string report = memcheck ? readFile(log) : "ERROR SUMMARY: 0 errors";
+    EXPECT_NE(report.find("ERROR SUMMARY: 0 errors"), std::string::npos) << report;
+    // Nothing open at exit but the standard three and valgrind's own log.
+    EXPECT_TRUE(!memcheck || report.find("FILE DESCRIPTORS: 4 open (3 std)") != std::string::npos)
+        << report;
 }
 
 class Request : public testing::TestWithParam<Row> {};
@@ -217,54 +208,40 @@ INSTANTIATE_TEST_SUITE_P(Table, Request, testing::ValuesIn(load()),
                              return "line" + std::to_string(info.param.line);
                          });
 
-int openDescriptors(pid_t pid) {
+int openDescriptors(int pid) {
     int count = 0;
     DIR* d = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
-    while (dirent* e = d != nullptr ? ::readdir(d) : nullptr)
+    while (dirent* e = ::readdir(d))
         count += e->d_name[0] != '.';
-    if (d != nullptr)
-        ::closedir(d);
+    ::closedir(d);
     return count;
 }
 
 // Every row, one after another, through one FastCGI responder started as a
-// spawner starts it: nothing may carry from one request into the next, and
+// spawner starts it, with a listening socket as standard input: nothing may
+// carry from one request into the next, it writes nothing of its own, and
 // SIGTERM ends it with status 0.
 TEST(FastCgi, EveryRowThroughOneResponder) {
     TempDir dir;
-    const std::string socketPath = dir.path() + "/socket";
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, socketPath.c_str());
+    const std::string socket = dir.path() + "/socket", output = dir.path() + "/output";
+    sockaddr_un address = {AF_UNIX, {}};
+    socket.copy(address.sun_path, sizeof address.sun_path - 1);
     const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(::listen(listener, 16), 0);
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const int log = ::open((dir.path() + "/output").c_str(), O_WRONLY | O_CREAT, 0600);
-        ::dup2(listener, 0), ::dup2(log, 1), ::dup2(log, 2);
-        ::close_range(3, ~0U, 0);
-        if (::chdir(dir.path().c_str()) == 0)
-            ::execl(TESSAVANT_BIN, TESSAVANT_BIN, nullptr);
-        ::_exit(127);
-    }
-    ::close(listener);
-    const std::vector<Row> rows = load();
+    const int log = ::open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const int standard[3] = {listener, log, log};
+    const int pid = Process::start(TESSAVANT_BIN, {}, {}, standard, dir.path());
+    ::close(log), ::close(listener);
     int descriptors = 0;
-    for (const Row& row : rows) {
+    for (const Row& row : load()) {
         SCOPED_TRACE(testing::PrintToString(row));
-        runRow(row, dir.path(), socketPath);
+        runRow(row, dir.path(), socket);
         descriptors = descriptors != 0 ? descriptors : openDescriptors(pid);
     }
     EXPECT_EQ(openDescriptors(pid), descriptors);
-    ::kill(pid, SIGTERM);
-    int status = -1;
-    for (int i = 0; i < 100 && ::waitpid(pid, &status, WNOHANG) == 0; ++i)
-        ::usleep(50000);
-    if (::kill(pid, SIGKILL) == 0)
-        ::waitpid(pid, &status, 0);
+    const int status = Process::stop(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(readFile(dir.path() + "/output"), "");  // it writes nothing of its own
+    EXPECT_EQ(readFile(output), "");
 }
 }  // namespace

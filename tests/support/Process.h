@@ -5,24 +5,27 @@
 #include <vector>
 
 // Runs a program with exactly the given environment (in this order),
-// arguments and standard input, and captures what it did. The child dies
-// with the test process; every wait is bounded.
+// arguments and standard input, and captures what it did. Children die with
+// the test process; every wait is bounded.
 class Process {
   public:
     struct Result {
-        std::string out;
-        std::string err;
+        std::string out, err;
         int status = -1;  // exit status, or -1 when ended by a signal
         int signal = 0;   // the ending signal, or 0
-        bool timedOut = false;
     };
-
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
     // With stopWhileWriting the child is stopped and resumed again and again
     // while its output is read, which breaks its large writes into pieces.
     static Result run(const std::string& program, const std::vector<std::string>& args,
-                      const Environment& env, const std::string& input = std::string(),
-                      int timeoutSeconds = 60, const std::string& workingDirectory = "",
+                      const Environment& env, const std::string& input = "",
+                      int timeoutSeconds = 60, const std::string& directory = "",
                       bool stopWhileWriting = false);
+    // Starts the program in the background with the given standard
+    // descriptors; returns its process id.
+    static int start(const std::string& program, const std::vector<std::string>& args,
+                     const Environment& env, const int standard[3], const std::string& directory);
+    // SIGTERM, then SIGKILL after five seconds; returns the wait status.
+    static int stop(int pid);
 };
