@@ -52,7 +52,7 @@ class WholeBlockConnection : public HttpConnection {
 
 TEST(HttpConnection, RequestIsNineWritesAndAlwaysNamesThePort) {
     ScriptedServer server;
-    server.answer({"HTTP/1.0 200 OK\r\nContent-Length: 5\r\n\r\nhello"});
+    server.serve({{{"HTTP/1.0 200 OK\r\nContent-Length: 5\r\n\r\nhello"}}});
     std::unique_ptr<RecordingConnection> c(new RecordingConnection("127.0.0.1", server.port()));
     c->request("//a/b.gif");
     const std::string port = std::to_string(server.port());
@@ -71,7 +71,7 @@ TEST(HttpConnection, BlankLineSearchStopsAtTheEndOfAFullBuffer) {
     const int size = HttpConnection::BUFFER_SIZE;
     // No blank line inside the buffer; the byte after it would complete one.
     ScriptedServer server;
-    server.answer({"HTTP/1.1 200 OK\r\nX: " + std::string(size - 23, 'a') + "\r\n\r\nbody"});
+    server.serve({{{"HTTP/1.1 200 OK\r\nX: " + std::string(size - 23, 'a') + "\r\n\r\nbody"}}});
     std::unique_ptr<WholeBlockConnection> c(new WholeBlockConnection("127.0.0.1", server.port()));
     ASSERT_TRUE(c->plantLineFeedAfterBuffer());
     EXPECT_EQ(failureOf([&] { c->request("/"); }), "HttpConnection::open Bad response (-1)");
@@ -79,7 +79,7 @@ TEST(HttpConnection, BlankLineSearchStopsAtTheEndOfAFullBuffer) {
     // A blank line in the buffer's last four bytes is found; the body follows
     // in the next receive, and a failed receive ends it.
     ScriptedServer second;
-    second.answer({"HTTP/1.1 200 OK\r\nX: " + std::string(size - 24, 'a') + "\r\n\r\ntail"});
+    second.serve({{{"HTTP/1.1 200 OK\r\nX: " + std::string(size - 24, 'a') + "\r\n\r\ntail"}}});
     c.reset(new WholeBlockConnection("127.0.0.1", second.port()));
     c->request("/");
     EXPECT_EQ(c->getHeaderText().size(), static_cast<size_t>(size - 4));
@@ -96,7 +96,7 @@ TEST(HttpConnection, BodyIsReadAcrossBufferRefills) {
     for (int i = 0; body.size() < 1300000; ++i)
         body += std::to_string(i) + ",";
     ScriptedServer server;
-    server.answer({"HTTP/1.1 200 OK\r\n\r\n" + body});
+    server.serve({{{"HTTP/1.1 200 OK\r\n\r\n" + body}}});
     std::unique_ptr<HttpConnection> c(new HttpConnection("127.0.0.1", server.port()));
     c->request("/");
     std::string got(body.size() + 10, '\0');
