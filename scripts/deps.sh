@@ -1,22 +1,45 @@
 # Sourced by the scripts: installs the Debian packages named in $@ that are
-# missing. Runs apt-get as root, or through sudo when that is available.
+# missing, as root or through sudo. The lists below are everything that the
+# build, the tests, the package and the benchmarks need on a minimal Debian 12.
+#
+# Installing lighttpd, nginx or fcgiwrap would start Debian's own service of
+# it (lighttpd and nginx on port 80). While apt-get runs, a policy-rc.d that
+# refuses every start is in place, unless the machine has one already; it is
+# removed afterwards, whatever happened. Services already running are left
+# alone: the same policy keeps apt-get from restarting them.
 install_missing() {
-    local missing=()
+    local missing=() p sudo=""
     for p in "$@"; do
-        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+        [ "$(dpkg-query -W -f='${Status}' "$p" 2> /dev/null)" = "install ok installed" ] || missing+=("$p")
     done
     [ ${#missing[@]} -eq 0 ] && return 0
     echo "Installing: ${missing[*]}"
-    local sudo=""
-    [ "$(id -u)" -ne 0 ] && sudo="sudo"
-    $sudo apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo > /dev/null ||
+            { echo "Not root and no sudo: as root, apt-get install ${missing[*]}" >&2; return 1; }
+        sudo=sudo
+    fi
+    (
+        policy=/usr/sbin/policy-rc.d
+        # A policy left by a run that was killed is ours too.
+        if [ ! -e "$policy" ] || grep -q '^# Made by scripts/deps.sh' "$policy"; then
+            trap '$sudo rm -f "$policy"' EXIT
+            trap 'exit 1' HUP INT TERM
+            printf '#!/bin/sh\n# Made by scripts/deps.sh while it installs packages.\nexit 101\n' |
+                $sudo tee "$policy" > /dev/null && $sudo chmod 755 "$policy" || exit 1
+        fi
+        $sudo apt-get update -qq &&
+            $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" > /dev/null
+    )
 }
 
-# What building and running the program needs.
+# What building the program and the demo need (and bench/run: the demo does
+# not use openssl and lighttpd-mod-openssl).
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev openssl curl lighttpd lighttpd-mod-openssl)
-# What the test suite needs on top.
-TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps
+# What the tests and the package need on top: file for cpack's DEB generator,
+# dpkg-dev and binutils for the package's computed dependencies, man-db for
+# the manual pages, iproute2 for network namespaces.
+TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps iproute2 file
     apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
 # What bench/run needs on top of the build packages.
