@@ -2,9 +2,7 @@
 
 #include "cgi/QueryString.h"
 
-// Keys lower-cased and sorted, values as they stand but for one quote at each
-// end; decode works in place and never reads past the terminator.
-TEST(QueryString, SplitsAtAmpersandsAndDecodesInPlace) {
+TEST(QueryString, KeysAreLowerCasedValuesLoseOneQuoteAtEachEndAndDecodeWorksInPlace) {
     const std::pair<const char*, const char*> cases[] = {
         {"R=MiXeD&q=a+b", "q=a+b&r=MiXeD&"},   {"cmd=svr&CMD=env&flag", "cmd=env&flag=&"},
         {"a=\"&b=\"\"&c=\"x", "a=\"&b=&c=x&"}, {"a=1&", "a=1&"},

@@ -1,13 +1,19 @@
+#define OPENSSL_SUPPRESS_DEPRECATED
 #include <gtest/gtest.h>
+#include <openssl/des.h>
 
+#include <random>
 #include <sstream>
 
+#include "base/Exception.h"
 #include "crypto/Base64.h"
+#include "crypto/Copyright.h"
+#include "crypto/Des.h"
 #include "crypto/Hex.h"
 #include "crypto/StringCrypto.h"
-#include "tests/support/Failure.h"
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
+#include "tools/KeyFile.h"
 
 namespace {
 std::string text(const counted_ptr<Bytes>& b) {
@@ -15,102 +21,99 @@ std::string text(const counted_ptr<Bytes>& b) {
     return std::string(reinterpret_cast<const char*>(b->data), b->length);
 }
 
-counted_ptr<Bytes> bytes(const std::string& s) {
-    return counted_ptr<Bytes>(
-        new Bytes(reinterpret_cast<const unsigned char*>(s.data()), static_cast<int>(s.size())));
-}
-
-std::string url(const std::vector<std::string>& args) {
-    return Process::run(TESSAVANT_URL, args, {}, std::string(), 30).out;
-}
-
-// Counts the bytes the cipher moves: all must land inside the buffers, where
-// the bounds checks of getNextByte and putByte would hide a miss.
-class Counting : public StringCrypto {
-  public:
-    explicit Counting(bool triple) : StringCrypto("pw", triple) {}
+// Counts the bytes moved, where the bounds checks of the base would hide a miss.
+struct Counting : StringCrypto {
+    Counting() : StringCrypto("pw", true) {}
     unsigned char getNextByte() override { return ++read, StringCrypto::getNextByte(); }
     void putByte(unsigned char byte) override { ++written, StringCrypto::putByte(byte); }
+    std::string operator()(const std::string& s) {
+        return text(cipher(reinterpret_cast<const unsigned char*>(s.data()), s.size()));
+    }
     int read = 0, written = 0;
 };
+
+// For a standard key K and block x, our Des(PC-1(K)) on IP(x) gives IP(DES_K(x)).
+using Bits = std::vector<unsigned char>;
+const int IP[64] = {58, 50, 42, 34, 26, 18, 10, 2, 60, 52, 44, 36, 28, 20, 12, 4,
+                    62, 54, 46, 38, 30, 22, 14, 6, 64, 56, 48, 40, 32, 24, 16, 8,
+                    57, 49, 41, 33, 25, 17, 9,  1, 59, 51, 43, 35, 27, 19, 11, 3,
+                    61, 53, 45, 37, 29, 21, 13, 5, 63, 55, 47, 39, 31, 23, 15, 7};
+const int PC1[56] = {57, 49, 41, 33, 25, 17, 9,  1,  58, 50, 42, 34, 26, 18, 10, 2,  59, 51, 43,
+                     35, 27, 19, 11, 3,  60, 52, 44, 36, 63, 55, 47, 39, 31, 23, 15, 7,  62, 54,
+                     46, 38, 30, 22, 14, 6,  61, 53, 45, 37, 29, 21, 13, 5,  28, 20, 12, 4};
+
+// Bit i of the result is bit table[i] (1-based, most significant first) of bytes.
+Bits select(const unsigned char* bytes, const int* table, int n) {
+    Bits bits(n);
+    for (int i = 0; i < n; ++i)
+        bits[i] = bytes[(table[i] - 1) / 8] >> (7 - (table[i] - 1) % 8) & 1;
+    return bits;
+}
 }  // namespace
 
-// The known answers below pin both codecs' plain cases; these are the rest.
+// The Base64 alphabet both ways; hex takes pairs and reads a foreign digit as 0.
 TEST(Encodings, HexAndBase64) {
-    const std::string base64 =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/QUI";
-    const std::tuple<counted_ptr<Bytes> (*)(const std::string&), std::string, std::string> cases[] =
-        {{Hex::decode, "abcdef", "\xAB\xCD\xEF"},
-         {Hex::decode, "ab1gz", "\xAB\x10"},
-         {Base64::decode, "QQ== QJD", "\x41\x0F\xFF\xFD\x02\x43"},
-         {Base64::decode, "QUJDQU I", std::string("ABCA\0\0", 6)},
-         {Base64::decode, "QUJDR", "ABC"}};
-    for (const auto& [decode, encoded, plain] : cases)
-        EXPECT_EQ(text(decode(encoded)), plain) << encoded;
-    const std::string plain =
-        text(Hex::decode("00108310518720928B30D38F41149351559761969B71D79F8218A39259A7A29AABB2DBAFC"
-                         "31CB3D35DB7E39EBBF3DFBF"));
-    EXPECT_EQ(Base64::encode(plain + "AB") + "|" + text(Base64::decode(base64)),
-              base64 + "|" + plain + "AB");
-    EXPECT_EQ(Hex::encode(std::string("ab\0cd", 5)) + Hex::encode(255) + Hex::encode(-1),
-              "6162000000ffffffffff");
+    const std::string abc = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    EXPECT_EQ(Base64::encode(Base64::decode(abc)) + Base64::encode("\xFB\xF0"), abc + "+/A");
+    EXPECT_EQ(Hex::encode(Hex::decode("abcdef1gz")) + Hex::encode(255) + Hex::encode(-1),
+              "ABCDEF10000000ffffffffff");
 }
 
-TEST(StringCrypto, EveryByteLandsInsideTheBuffersAndDecryptionInvertsEncryption) {
-    for (bool triple : {false, true})
-        for (int n = 0; n <= 17; ++n) {
-            const std::string plain(n, static_cast<char>(0x80 + n));
-            Counting encrypt(triple), decrypt(triple);
-            const counted_ptr<Bytes> e = encrypt.cipher(bytes(plain));
-            EXPECT_EQ(text(decrypt.cipher(e)), plain);
-            EXPECT_EQ(
-                std::vector<int>({encrypt.read, encrypt.written, decrypt.read, decrypt.written}),
-                std::vector<int>({n, e->length - 16, e->length - 16, n}))
-                << n << (triple ? " triple" : " single");
-        }
+TEST(Cipher, EveryByteLandsInsideTheBuffersAndASignedInputOfAWrongSizeOrPadIsRefused) {
+    for (int n = 0; n <= 17; ++n) {
+        const std::string plain(n, static_cast<char>(0x80 + n));
+        Counting encrypt, decrypt;
+        const std::string e = encrypt(plain), d = decrypt(e);
+        EXPECT_EQ(std::make_tuple(d, encrypt.read, encrypt.written, decrypt.read, decrypt.written),
+                  std::make_tuple(plain, n, e.size() - 16, e.size() - 16, n));
+    }
+    const std::string e = Counting()("twelve bytes"), signature = e.substr(0, 16);
+    EXPECT_EQ(Counting()(signature + '\7' + e.substr(17)) + "|" + Counting()(signature + '\0'),
+              "twelve by|");
+    for (const std::string& in : {signature, signature + '\1', signature + '\10' + e.substr(17)})
+        EXPECT_THROW(Counting()(in), Exception) << in.size();
 }
 
-TEST(StringCrypto, SignedInputOfAWrongSizeOrPadIsRefused) {
-    const std::string e = text(StringCrypto("pw", true).cipher(bytes("twelve bytes")));
-    const std::string signature = e.substr(0, 16), wrong = "StringCrypto::cipher Wrong size (-1)";
-    auto withPad = [&](char pad) { return signature + pad + e.substr(17); };
-    const std::pair<std::string, std::string> cases[] = {
-        {withPad(7), "twelve by"}, {withPad(0), std::string("twelve bytes\0\0\0\0", 16)},
-        {signature + '\0', ""},    {signature, wrong},
-        {e.substr(0, 24), wrong},  {e.substr(0, 32) + "xy", wrong},
-        {signature + '\1', wrong}, {withPad(8), wrong},
-        {withPad('\x80'), wrong}};
-    ASSERT_EQ(e.size(), 33u);
-    for (const auto& [in, out] : cases) {
-        std::string result;
-        const std::string failure =
-            failureOf([&, in = in] { result = text(StringCrypto("pw", true).cipher(bytes(in))); });
-        EXPECT_EQ(failure == "no failure" ? result : failure, out) << in.size();
+TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
+    DES_cblock key = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1};
+    DES_cblock x = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, e, d;
+    std::mt19937 rng(20240601);
+    for (int i = 0; i <= 3000; ++i) {
+        DES_key_schedule schedule;
+        DES_set_key_unchecked(&key, &schedule);
+        DES_ecb_encrypt(&x, &e, &schedule, DES_ENCRYPT);
+        DES_ecb_encrypt(&x, &d, &schedule, DES_DECRYPT);
+        EXPECT_TRUE(i > 0 ||
+                    Bits(e, e + 8) == Bits({0x85, 0xE8, 0x13, 0x54, 0x0F, 0x0A, 0xB4, 0x05}));
+        Des des;
+        des.initialize(select(key, PC1, 56).data());
+        Bits y = select(x, IP, 64), z = y;
+        des.encrypt(y.data()), des.decrypt(z.data());
+        ASSERT_EQ(std::make_pair(y, z), std::make_pair(select(e, IP, 64), select(d, IP, 64))) << i;
+        for (int j = 0; j < 8; ++j)
+            key[j] = rng(), x[j] = rng();
     }
 }
 
-// The wire format, pinned by answers from an independent implementation under
-// keys/default.keys. Every row goes through argv as it stands, the empty
-// password and reference and the bytes 0x01 to 0xFF included.
+// Answers of an independent implementation under keys/default.keys, through
+// argv as they stand; with only a bare loopback no fetch leaves the machine.
 TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     std::istringstream rows(readFile(TESSAVANT_SOURCE_DIR "/tests/crypto/known-answers.tsv"));
+    auto url = [](const std::vector<std::string>& args) {
+        return Process::run(TESSAVANT_URL, args, {}, "", 30).out;
+    };
     TempDir empty;  // relative references name nothing here
     int count = 0;
-    for (std::string row, password, reference, p, i; std::getline(rows, row);) {
+    for (std::string row; std::getline(rows, row);) {
+        const size_t a = row.find('\t'), b = row.find('\t', a + 1), c = row.rfind('\t');
         if (row[0] == '#')
             continue;
-        std::istringstream f(row);
-        std::getline(
-            std::getline(std::getline(std::getline(f, password, '\t'), reference, '\t'), p, '\t'),
-            i);
-        password = text(Hex::decode(password)), reference = text(Hex::decode(reference));
-        const std::string query = "cmd=img&p=" + p + "&i=" + i;
-        EXPECT_EQ(url({password, reference}), query + "\n") << row;
-        EXPECT_EQ(url({"--base", "http://h/t", "--", password, reference}),
-                  "http://h/t?" + query + "\n");
+        const std::string password = text(Hex::decode(row.substr(0, a))),
+                          reference = text(Hex::decode(row.substr(a + 1, b - a - 1))),
+                          query = "cmd=img&p=" + row.substr(b + 1, c - b - 1) +
+                                  "&i=" + row.substr(c + 1);
+        EXPECT_EQ(url({"--", password, reference}), query + "\n") << row;
         EXPECT_EQ(url({"--decode", "http://h/t?x=1&" + query}), password + "\n" + reference + "\n");
-        // For the http(s) references: where only an unconfigured loopback
-        // exists, no fetch can leave the machine.
         const Process::Result reply = Process::run(
             "/usr/bin/unshare", {"-n", TESSAVANT_BIN},
             {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}}, "", 30, empty.path());
@@ -119,4 +122,48 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
         ++count;
     }
     EXPECT_EQ(count, 12);
+}
+
+// One line replaced, against the fault named; missing items are reported at line 23.
+TEST(KeyFile, TheHeaderCarriesEveryKeyBitAndMalformedFilesNameTheLineAndTheFault) {
+    const std::string keys = readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys"), zeros(55, '0');
+    const std::string ones = " 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1";
+    std::string header =
+        "// Generated from the key file at build time. Do not edit.\n#pragma once\n\n"
+        "#define TESSAVANT_SIGNATURE {60, 161, 87, 226, 9, 212, 107, 24, 240, 46, 149, 122, 195, "
+        "65, 184, 109}\n";
+    std::istringstream words(keys);
+    for (std::string item, bits; words >> item;)
+        if (item.compare(0, 5, "mixer") == 0 && words >> bits) {
+            header += "#define TESSAVANT_MIXER" + item.substr(5) + " {";
+            for (const char& bit : bits)
+                header += bit + std::string(&bit == &bits.back() ? "}\n" : ",");
+        }
+    EXPECT_EQ(KeyFile::parse(keys, "k").materialHeader(), header);
+    const std::tuple<int, std::string, std::string> cases[] = {
+        {4, "signature 3ca1", "4: wrong count: 'signature' has 4 hex digits, expected 32"},
+        {4, "signature " + zeros.substr(24) + "x", "4: bad digit in 'signature' at position 32"},
+        {4, "", "23: missing item 'signature'"},
+        {5, "picks 1 2 3", "5: wrong count: 'picks' has 3 values, expected 35"},
+        {5, "picks 65" + ones, "5: value out of range: pick 1 is 65, expected 0 to 64"},
+        {5, "picks -1" + ones, "5: bad digit in pick 1 '-1'"},
+        {12, "mixer7 0101", "12: wrong count: 'mixer7' has 4 bits, expected 56"},
+        {12, "mixer7 2" + zeros, "12: bad digit in 'mixer7' at position 1: expected 0 or 1"},
+        {12, "mixer1 0" + zeros, "12: duplicate item 'mixer1'"},
+        {12, "mixer19 0" + zeros, "12: unknown item 'mixer19'"},
+        {12, "mixer07 0" + zeros, "12: unknown item 'mixer07'"},
+        {12, "", "23: missing item 'mixer7'"}};
+    for (const auto& [number, line, message] : cases) {
+        std::istringstream in(keys);
+        std::string file, each, what = "accepted";
+        for (int n = 1; std::getline(in, each); ++n)
+            file += (n == number ? line : each) + "\n";
+        try {
+            KeyFile::parse(file, "k");
+        } catch (const KeyFile::Error& e) {
+            what = e.what();
+        }
+        EXPECT_EQ(what, "k:" + message);
+    }
+    EXPECT_EQ(Copyright::get(), "Tessavant 6.0, image server, Linux.");
 }
