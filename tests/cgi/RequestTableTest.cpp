@@ -233,13 +233,15 @@ TEST(FastCgi, EveryRowThroughOneResponder) {
     const int standard[3] = {listener, log, log};
     const int pid = Process::start(TESSAVANT_BIN, {}, {}, standard, dir.path());
     ::close(log), ::close(listener);
-    int descriptors = 0;
     for (const Row& row : load()) {
         SCOPED_TRACE(testing::PrintToString(row));
         runRow(row, dir.path(), socket);
-        descriptors = descriptors != 0 ? descriptors : openDescriptors(pid);
     }
-    EXPECT_EQ(openDescriptors(pid), descriptors);
+    // Between requests it holds its three standard descriptors only; the
+    // last connection may still be closing when its client has the reply.
+    for (int i = 0; i < 200 && openDescriptors(pid) > 3; ++i)
+        ::usleep(10000);
+    EXPECT_EQ(openDescriptors(pid), 3);
     const int status = Process::stop(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(readFile(output), "");
