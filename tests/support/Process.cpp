@@ -11,6 +11,8 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "tests/support/TempDir.h"
+
 int Process::start(const std::string& program, const std::vector<std::string>& args,
                    const Environment& env, const int standard[3], const std::string& directory) {
     std::vector<std::string> strings{program};
@@ -52,51 +54,38 @@ int Process::stop(int pid) {
 Process::Result Process::run(const std::string& program, const std::vector<std::string>& args,
                              const Environment& env, const std::string& input, int timeoutSeconds,
                              const std::string& directory, bool stopWhileWriting) {
-    ::signal(SIGPIPE, SIG_IGN);  // a child that reads no input must not end the test
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
-        throw std::runtime_error("pipe failed");
-    const int standard[3] = {in[0], out[1], err[1]};
+    ::signal(SIGPIPE, SIG_IGN);  // a scripted peer's client may be gone
+    // Input and errors go through files: only the output is read while it runs.
+    TempDir files;
+    const int in = ::open(files.write("in", input).c_str(), O_RDONLY | O_CLOEXEC),
+              err = ::open(files.write("err", "").c_str(), O_WRONLY | O_CLOEXEC);
+    int out[2];
+    if (in < 0 || err < 0 || ::pipe2(out, O_CLOEXEC) != 0)
+        throw std::runtime_error("cannot make the standard descriptors");
+    const int standard[3] = {in, out[1], err};
     const int pid = start(program, args, env, standard, directory);
-    int fds[3] = {out[0], err[0], in[1]};
-    ::close(in[0]), ::close(out[1]), ::close(err[1]);
-    ::fcntl(in[1], F_SETFL, O_NONBLOCK);
-    if (input.empty())
-        ::close(fds[2]), fds[2] = -1;
+    ::close(in), ::close(out[1]), ::close(err);
     Result r;
-    size_t written = 0;
-    int stops = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     char buffer[65536];
-    while (fds[0] >= 0 || fds[1] >= 0) {
+    for (int stops = 0;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                              deadline - std::chrono::steady_clock::now())
-                              .count();
-        pollfd p[3];
-        for (int i = 0; i < 3; ++i)
-            p[i] = {fds[i], static_cast<short>(i == 2 ? POLLOUT : POLLIN), 0};
-        if (left <= 0 || (::poll(p, 3, static_cast<int>(left)) < 0 && errno != EINTR))
+            deadline - std::chrono::steady_clock::now());
+        pollfd p = {out[0], POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) == 0)
             break;
-        for (int i = 0; i < 3; ++i) {
-            if (p[i].fd < 0 || p[i].revents == 0)
-                continue;
-            const ssize_t n = i == 2
-                                  ? ::write(fds[2], input.data() + written, input.size() - written)
-                                  : ::read(fds[i], buffer, sizeof buffer);
-            if (n > 0 && i == 2)
-                written += static_cast<size_t>(n);
-            else if (n > 0)
-                (i == 0 ? r.out : r.err).append(buffer, static_cast<size_t>(n));
-            if (n <= 0 || (i == 2 && written == input.size()))
-                ::close(fds[i]), fds[i] = -1;
-            if (i == 0 && n > 0 && stopWhileWriting && stops++ < 64)
-                ::kill(pid, SIGSTOP), ::usleep(1000), ::kill(pid, SIGCONT);
-        }
+        const ssize_t n = ::read(out[0], buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        r.out.append(buffer, static_cast<size_t>(n));
+        if (stopWhileWriting && stops++ < 64)
+            ::kill(pid, SIGSTOP), ::usleep(1000), ::kill(pid, SIGCONT);
     }
-    for (int fd : fds)
-        if (fd >= 0)
-            ::close(fd);
+    ::close(out[0]);
     const int status = stop(pid);  // at once when it has ended already
+    r.err = readFile(files.path() + "/err");
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     return r;

@@ -11,15 +11,13 @@
 namespace {
 // Waits for fd to become readable; false after the limit or when stopping.
 bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
-    for (int i = 0; i < seconds * 10 && !stopping; ++i) {
-        pollfd p = {fd, POLLIN, 0};
+    pollfd p = {fd, POLLIN, 0};
+    for (int i = 0; i < seconds * 10 && !stopping; ++i)
         if (::poll(&p, 1, 100) > 0)
             return true;
-    }
     return false;
 }
 
-// A listening socket on 127.0.0.1 at a port the system chose.
 int listenOnLoopback(int& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
@@ -31,7 +29,7 @@ int listenOnLoopback(int& port) {
     return fd;
 }
 
-// A throw-away self-signed certificate for 127.0.0.1.
+// A throw-away self-signed certificate.
 SSL_CTX* tlsContext() {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     EVP_PKEY* key = EVP_EC_gen("P-256");
@@ -48,9 +46,8 @@ SSL_CTX* tlsContext() {
 }
 }  // namespace
 
-ScriptedServer::ScriptedServer(bool tls) : context(tls ? tlsContext() : nullptr) {
-    listener = listenOnLoopback(portNumber);
-}
+ScriptedServer::ScriptedServer(bool tls)
+    : context(tls ? tlsContext() : nullptr), listener(listenOnLoopback(port)) {}
 
 ScriptedServer::~ScriptedServer() {
     stopping = true;
@@ -66,9 +63,8 @@ int ScriptedServer::freePort() {
     return port;
 }
 
-std::string ScriptedServer::url(const std::string& path) const {
-    return (context ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(portNumber) +
-           path;
+std::string ScriptedServer::url() const {
+    return (context ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port);
 }
 
 void ScriptedServer::serve(std::vector<Exchange> script) {
@@ -81,20 +77,13 @@ bool ScriptedServer::finish() {
     return done;
 }
 
-std::vector<std::string> ScriptedServer::requests() const {
-    std::lock_guard<std::mutex> guard(lock);
-    return received;
-}
-
 // Appends what one receive gave; false at the end of the stream.
 bool ScriptedServer::take(int client, SSL* ssl) {
     char chunk[65536];
-    if (!readable(client, 5, stopping))
-        return false;
-    const int n = ssl ? SSL_read(ssl, chunk, sizeof chunk)
-                      : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
-    std::lock_guard<std::mutex> guard(lock);
-    received.back().append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
+    const int n = !readable(client, 5, stopping) ? 0
+                  : ssl                          ? SSL_read(ssl, chunk, sizeof chunk)
+                        : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
+    requests.back().append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
     return n > 0;
 }
 
@@ -105,16 +94,14 @@ void ScriptedServer::run(std::vector<Exchange> script) {
                                : -1;
         if (client < 0)
             break;
-        {
-            std::lock_guard<std::mutex> guard(lock);
-            received.emplace_back();
-        }
+        requests.emplace_back();
         SSL* ssl = context ? SSL_new(context) : nullptr;
         if (ssl != nullptr)
             SSL_set_fd(ssl, client);
         if (ssl == nullptr || SSL_accept(ssl) == 1) {
-            while (step.readRequest && requests().back().find("\r\n\r\n") == std::string::npos &&
-                   take(client, ssl)) {
+            // A TLS hello sent to the plain peer (0x16) is no request to wait for.
+            while (requests.back().find("\r\n\r\n") == std::string::npos &&
+                   requests.back().find('\x16') != 0 && take(client, ssl)) {
             }
             for (size_t i = 0; i < step.pieces.size(); ++i) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(i > 0 ? 50 : 0));
