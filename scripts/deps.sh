@@ -33,9 +33,8 @@ install_missing() {
     )
 }
 
-# What building the program and the demo need (and bench/run: the demo does
-# not use openssl and lighttpd-mod-openssl).
-# libfcgi-dev for the FastCGI mode.
+# What building the program (libfcgi-dev for its FastCGI mode), the demo and
+# bench/run need; only bench/run uses openssl and lighttpd-mod-openssl.
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl curl lighttpd
     lighttpd-mod-openssl)
 # What the tests and the package need on top: file for cpack's DEB generator,

@@ -136,7 +136,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     int signal = 0;
     bool stop = false;
     for (const auto& [key, text] : row.lines) {
-        const std::string value = expand(text, names);
+        const std::string value = key == "env" ? "" : expand(text, names);  // env: item by item
         for (size_t at = 0, end; key == "env" && at < text.size(); at = end + 1) {
             end = std::min(text.find(' ', at), text.size());
             const std::string item = expand(text.substr(at, end - at), names);

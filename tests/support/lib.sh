@@ -10,9 +10,13 @@ trap 'exit 1' INT TERM
 fail() { echo "FAIL: $*"; tail -n 20 "$T"/*.log 2> /dev/null; exit 1; }
 
 busy() { (exec 3<> "/dev/tcp/127.0.0.1/$1") 2> /dev/null; }
-# A port below the ephemeral range that nothing listens on.
+# A port below the ephemeral range that nothing listens on, other than the
+# ports given (chosen already, not listening yet).
 free_port() {
-    for _ in {1..50}; do port=$((20000 + RANDOM % 12000)); busy "$port" || { echo "$port"; return 0; }; done
+    for _ in {1..50}; do
+        port=$((20000 + RANDOM % 12000))
+        [[ " $* " == *" $port "* ]] || busy "$port" || { echo "$port"; return 0; }
+    done
     fail "no free port on 127.0.0.1"
 }
 
