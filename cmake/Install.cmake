@@ -30,9 +30,15 @@ add_custom_target(tessavant_man ALL DEPENDS ${_man_gz})
 
 install(FILES README.md DESTINATION share/doc/tessavant)
 install(FILES deploy/README.md DESTINATION share/doc/tessavant RENAME README.deploy.md)
-install(FILES deploy/lighttpd/50-tessavant.conf DESTINATION share/doc/tessavant/examples/lighttpd)
-install(FILES deploy/apache/tessavant.conf DESTINATION share/doc/tessavant/examples/apache)
-install(FILES deploy/nginx/tessavant.conf DESTINATION share/doc/tessavant/examples/nginx)
+# The server configurations, for the program run per request and as a
+# FastCGI responder, and the systemd unit that runs the responder for nginx.
+install(FILES deploy/lighttpd/50-tessavant.conf deploy/lighttpd/50-tessavant-fastcgi.conf
+        DESTINATION share/doc/tessavant/examples/lighttpd)
+install(FILES deploy/apache/tessavant.conf deploy/apache/tessavant-fastcgi.conf
+        DESTINATION share/doc/tessavant/examples/apache)
+install(FILES deploy/nginx/tessavant.conf deploy/nginx/tessavant-fastcgi.conf
+        DESTINATION share/doc/tessavant/examples/nginx)
+install(FILES deploy/spawn-fcgi/tessavant-fastcgi.service DESTINATION share/doc/tessavant/examples/spawn-fcgi)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tessavant)
@@ -56,7 +62,7 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://www.tessavant.org/")
 # the computed dependencies to this one.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libssl3")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap | spawn-fcgi | libapache2-mod-fcgid")
 # CPack puts the summary first and indents these lines itself; an empty line
 # becomes the paragraph mark " .".
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION

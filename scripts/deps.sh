@@ -40,10 +40,12 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl 
 # What the tests and the package need on top: file for cpack's DEB generator,
 # dpkg-dev and binutils for the package's computed dependencies, man-db for
 # the manual pages, iproute2 for network namespaces, libfcgi-bin (cgi-fcgi) and
-# spawn-fcgi for the FastCGI runs, libssl3 for https at run time.
+# spawn-fcgi for the FastCGI runs (spawn-fcgi also starts the responder for
+# nginx in the deployment tests, mod_fcgid for Apache), libssl3 for https at
+# run time.
 TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi
     libssl3 util-linux
-    apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
+    apache2-bin libapache2-mod-fcgid nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
 # What bench/run needs on top of the build packages.
 BENCH_PACKAGES=(libbenchmark-dev wrk)
