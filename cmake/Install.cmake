@@ -33,6 +33,11 @@ install(FILES deploy/README.md DESTINATION share/doc/tessavant RENAME README.dep
 install(FILES deploy/lighttpd/50-tessavant.conf DESTINATION share/doc/tessavant/examples/lighttpd)
 install(FILES deploy/apache/tessavant.conf DESTINATION share/doc/tessavant/examples/apache)
 install(FILES deploy/nginx/tessavant.conf DESTINATION share/doc/tessavant/examples/nginx)
+# FastCGI mode under systemd: the socket, the workers, and an nginx site for
+# them. Installed but not enabled: systemctl enable --now tessavant.socket.
+install(FILES deploy/systemd/tessavant.socket deploy/systemd/tessavant.service
+        DESTINATION lib/systemd/system)
+install(FILES deploy/systemd/nginx-site.conf DESTINATION share/doc/tessavant/examples/systemd)
 install(FILES deploy/cache/nginx-cache.conf deploy/cache/varnish.vcl
         DESTINATION share/doc/tessavant/examples/cache)
 
