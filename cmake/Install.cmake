@@ -38,6 +38,7 @@ install(FILES deploy/nginx/tessavant.conf DESTINATION share/doc/tessavant/exampl
 install(FILES deploy/systemd/tessavant.socket deploy/systemd/tessavant.service
         DESTINATION lib/systemd/system)
 install(FILES deploy/systemd/nginx-site.conf DESTINATION share/doc/tessavant/examples/systemd)
+install(FILES deploy/hosts/nginx-two-hosts.conf DESTINATION share/doc/tessavant/examples/hosts)
 install(FILES deploy/cache/nginx-cache.conf deploy/cache/varnish.vcl
         DESTINATION share/doc/tessavant/examples/cache)
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <openssl/des.h>
 
-#include <algorithm>
 #include <random>
 #include <sstream>
 
@@ -110,12 +109,9 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
                                   {"\t/a.gif", "empty password"},
                                   {"pw\t", "empty reference"}};
     std::string batchIn, batchOut;
-    auto answer = [&](const std::string& reply) {  // error texts have spaces, queries none
-        const std::string number = std::to_string(std::count(batchIn.begin(), batchIn.end(), '\n'));
-        batchOut +=
-            (reply.find(' ') == std::string::npos ? reply
-                                                  : "error: line " + number + ": " + reply) +
-            "\n";
+    int lines = 0;
+    auto error = [&](const std::string& why) {
+        return "error: line " + std::to_string(++lines) + ": " + why + "\n";
     };
     for (std::string row; std::getline(rows, row);) {
         const size_t a = row.find('\t'), b = row.find('\t', a + 1), c = row.rfind('\t');
@@ -126,11 +122,10 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
                           query = "cmd=img&p=" + row.substr(b + 1, c - b - 1) +
                                   "&i=" + row.substr(c + 1);
         EXPECT_EQ(url({"--", password, reference}), query + "\n") << row;
-        if (reference.find('\n') == std::string::npos) {
-            batchIn += password + "\t" + reference + "\n";
-            answer(password.empty() ? "empty password" : query);
-            batchIn += bad[count % 3][0] + "\n";
-            answer(bad[count % 3][1]);
+        if (reference.find('\n') == std::string::npos) {  // a line feed would end the line
+            batchIn += password + "\t" + reference + "\n" + bad[count % 3][0] + "\n";
+            batchOut += password.empty() ? error("empty password") : (++lines, query + "\n");
+            batchOut += error(bad[count % 3][1]);
         }
         EXPECT_EQ(url({"--decode", "http://h/t?x=1&" + query}), password + "\n" + reference + "\n");
         const Process::Result reply = Process::run(
