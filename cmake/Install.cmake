@@ -76,7 +76,8 @@ arrives encrypted in the query string. Images go out with long-lived
 caching headers and conditional requests are answered with 304.
 
 The package holds the program in /usr/lib/cgi-bin, the tessavant-url
-tool that makes image requests, and tessavant-keygen, which writes the
-key file for a build with a deployment's own keys.")
+tool that makes image requests, tessavant-keygen, which writes the
+key file for a build with a deployment's own keys, and systemd units
+that run the program as FastCGI workers (installed, not enabled).")
 
 include(CPack)
