@@ -31,7 +31,7 @@ add_custom_target(tessavant_man ALL DEPENDS ${_man_gz})
 install(FILES README.md DESTINATION share/doc/tessavant)
 install(FILES deploy/README.md DESTINATION share/doc/tessavant RENAME README.deploy.md)
 # The server configurations, for the program run per request and as a
-# FastCGI responder, and the systemd unit that runs the responder for nginx.
+# FastCGI responder, and the unit that runs the responder under spawn-fcgi.
 install(FILES deploy/lighttpd/50-tessavant.conf deploy/lighttpd/50-tessavant-fastcgi.conf
         DESTINATION share/doc/tessavant/examples/lighttpd)
 install(FILES deploy/apache/tessavant.conf deploy/apache/tessavant-fastcgi.conf
@@ -39,6 +39,14 @@ install(FILES deploy/apache/tessavant.conf deploy/apache/tessavant-fastcgi.conf
 install(FILES deploy/nginx/tessavant.conf deploy/nginx/tessavant-fastcgi.conf
         DESTINATION share/doc/tessavant/examples/nginx)
 install(FILES deploy/spawn-fcgi/tessavant-fastcgi.service DESTINATION share/doc/tessavant/examples/spawn-fcgi)
+# FastCGI mode under systemd: the socket, the workers, and an nginx site for
+# them. Installed but not enabled: systemctl enable --now tessavant.socket.
+install(FILES deploy/systemd/tessavant.socket deploy/systemd/tessavant.service
+        DESTINATION lib/systemd/system)
+install(FILES deploy/systemd/nginx-site.conf DESTINATION share/doc/tessavant/examples/systemd)
+install(FILES deploy/hosts/nginx-two-hosts.conf DESTINATION share/doc/tessavant/examples/hosts)
+install(FILES deploy/cache/nginx-cache.conf deploy/cache/varnish.vcl
+        DESTINATION share/doc/tessavant/examples/cache)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tessavant)
@@ -74,7 +82,8 @@ arrives encrypted in the query string. Images go out with long-lived
 caching headers and conditional requests are answered with 304.
 
 The package holds the program in /usr/lib/cgi-bin, the tessavant-url
-tool that makes image requests, and tessavant-keygen, which writes the
-key file for a build with a deployment's own keys.")
+tool that makes image requests, tessavant-keygen, which writes the
+key file for a build with a deployment's own keys, and systemd units
+that run the program as FastCGI workers (installed, not enabled).")
 
 include(CPack)

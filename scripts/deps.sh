@@ -2,9 +2,9 @@
 # missing, as root or through sudo. The lists below are everything that the
 # build, the tests, the package and the benchmarks need on a minimal Debian 12.
 #
-# Installing lighttpd, nginx or fcgiwrap would start Debian's own service of
-# it (lighttpd and nginx on port 80). While apt-get runs, a policy-rc.d that
-# refuses every start is in place, unless the machine has one already; it is
+# Installing lighttpd, nginx, fcgiwrap or varnish would start Debian's own
+# service of it (lighttpd and nginx on port 80, varnish on 6081). While
+# apt-get runs, a policy-rc.d that refuses every start is in place, unless the machine has one already; it is
 # removed afterwards, whatever happened. Services already running are left
 # alone: the same policy keeps apt-get from restarting them.
 install_missing() {
@@ -40,11 +40,12 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl 
 # What the tests and the package need on top: file for cpack's DEB generator,
 # dpkg-dev and binutils for the package's computed dependencies, man-db for
 # the manual pages, iproute2 for network namespaces, libfcgi-bin (cgi-fcgi) and
-# spawn-fcgi for the FastCGI runs (spawn-fcgi also starts the responder for
-# nginx in the deployment tests, mod_fcgid for Apache), libssl3 for https at
-# run time.
+# spawn-fcgi for the FastCGI runs (it also starts the responder for nginx in
+# the deployment tests, mod_fcgid for Apache), libssl3 for https at run time,
+# varnish for the caching front, systemd for systemd-analyze (nothing here
+# boots it).
 TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi
-    libssl3 util-linux
+    libssl3 util-linux varnish systemd
     apache2-bin libapache2-mod-fcgid nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
 # What bench/run needs on top of the build packages.

@@ -3,6 +3,7 @@
 // takes such a query apart again.
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
 
 #include "base/Exception.h"
@@ -14,6 +15,7 @@
 namespace {
 const char USAGE[] =
     "usage: tessavant-url [--base URL] [--] PASSWORD REFERENCE\n"
+    "       tessavant-url [--base URL] --batch\n"
     "       tessavant-url --decode QUERY_OR_URL\n"
     "       tessavant-url --help\n";
 
@@ -27,6 +29,9 @@ const char HELP[] =
     "of PASSWORD count.\n"
     "\n"
     "--base URL       prints URL?cmd=img&p=...&i=... instead.\n"
+    "--batch          reads PASSWORD<TAB>REFERENCE lines on standard input and\n"
+    "                 writes one query (or URL) a line, flushed line by line; a\n"
+    "                 line that cannot be encrypted gets \"error: line N: WHY\".\n"
     "--decode QUERY   takes a query, or a URL with one, and prints the client\n"
     "                 password on line 1 and the reference on line 2.\n"
     "--               ends the options, for a PASSWORD that starts with '-'.\n"
@@ -62,6 +67,52 @@ int encode(const char* base, const std::string& password, const std::string& ref
     const std::string query = "cmd=img&p=" + encryptHex(Copyright::getConstStr(), password) +
                               "&i=" + encryptHex(password, reference);
     std::cout << (base ? base + ("?" + query) : query) << "\n";
+    return 0;
+}
+
+// Why a batch line cannot become a query, or "" when it can.
+std::string checkBatchLine(const std::string& line, size_t tab) {
+    if (tab == std::string::npos)
+        return "no tab between password and reference";
+    if (tab == 0)
+        return "empty password";
+    if (tab + 1 == line.size())
+        return "empty reference";
+    if (line.find('\0') != std::string::npos)
+        return "a NUL byte, which the program would cut the value at";
+    if (startsWithSignature(line.substr(0, tab)) || startsWithSignature(line.substr(tab + 1)))
+        return "a value that starts with the signature bytes cannot be encrypted";
+    return std::string();
+}
+
+// One query a line for a caller that keeps the tool as a co-process: every
+// answer is flushed at once, and a bad line gets an error line of its own so
+// that answers stay in step with questions. Setting up the keys of a password
+// is most of the work, so the built-in one is set up once and the last
+// client password's keys and p are kept for the lines that repeat it.
+int batch(const char* base) {
+    std::ios::sync_with_stdio(false);
+    StringCrypto builtIn(Copyright::getConstStr().c_str(), true);
+    std::unique_ptr<StringCrypto> client;
+    std::string line, password, p, prefix = base ? base + std::string("?") : std::string();
+    for (unsigned long number = 1; std::getline(std::cin, line); ++number) {
+        const size_t tab = line.find('\t');
+        const std::string fault = checkBatchLine(line, tab);
+        if (!fault.empty()) {
+            std::cout << "error: line " << number << ": " << fault << std::endl;
+            continue;
+        }
+        if (!client || line.compare(0, tab, password) != 0) {
+            password = line.substr(0, tab);
+            client.reset(new StringCrypto(password.c_str(), true));
+            p = Hex::encode(builtIn.cipher(reinterpret_cast<const unsigned char*>(password.data()),
+                                           static_cast<int>(password.size())));
+        }
+        const std::string i = Hex::encode(
+            client->cipher(reinterpret_cast<const unsigned char*>(line.data()) + tab + 1,
+                           static_cast<int>(line.size() - tab - 1)));
+        std::cout << prefix << "cmd=img&p=" << p << "&i=" << i << std::endl;
+    }
     return 0;
 }
 
@@ -139,6 +190,8 @@ int main(int argc, char** argv) {
         base = argv[next + 1];
         next += 2;
     }
+    if (argc - next == 1 && std::strcmp(argv[next], "--batch") == 0)
+        return batch(base);
     if (next < argc && std::strcmp(argv[next], "--") == 0)
         ++next;
     else if (next < argc && argv[next][0] == '-')

@@ -104,6 +104,15 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     };
     TempDir empty;  // relative references name nothing here
     int count = 0;
+    // The same rows through one --batch process, each followed by a bad line.
+    const std::string bad[][2] = {{"no tab", "no tab between password and reference"},
+                                  {"\t/a.gif", "empty password"},
+                                  {"pw\t", "empty reference"}};
+    std::string batchIn, batchOut;
+    int lines = 0;
+    auto error = [&](const std::string& why) {
+        return "error: line " + std::to_string(++lines) + ": " + why + "\n";
+    };
     for (std::string row; std::getline(rows, row);) {
         const size_t a = row.find('\t'), b = row.find('\t', a + 1), c = row.rfind('\t');
         if (row[0] == '#')
@@ -113,6 +122,11 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
                           query = "cmd=img&p=" + row.substr(b + 1, c - b - 1) +
                                   "&i=" + row.substr(c + 1);
         EXPECT_EQ(url({"--", password, reference}), query + "\n") << row;
+        if (reference.find('\n') == std::string::npos) {  // a line feed would end the line
+            batchIn += password + "\t" + reference + "\n" + bad[count % 3][0] + "\n";
+            batchOut += password.empty() ? error("empty password") : (++lines, query + "\n");
+            batchOut += error(bad[count % 3][1]);
+        }
         EXPECT_EQ(url({"--decode", "http://h/t?x=1&" + query}), password + "\n" + reference + "\n");
         const Process::Result reply = Process::run(
             "/usr/bin/unshare", {"-n", TESSAVANT_BIN},
@@ -122,6 +136,7 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
         ++count;
     }
     EXPECT_EQ(count, 12);
+    EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
 }
 
 // One line replaced, against the fault named; missing items are reported at line 23.
