@@ -174,7 +174,7 @@ void Policy::checkLength(const std::string& url, const std::string* contentLengt
 
 void Policy::timedOut(const std::string& host) {
     throw Exception("Policy::timeout",
-                    host + " did not answer within " + std::to_string(POLICY_TIMEOUT) + " seconds",
+                    host + " did not answer within " + std::to_string(POLICY_TIMEOUT) + " s",
                     errno);
 }
 
