@@ -33,6 +33,7 @@ install(FILES deploy/README.md DESTINATION share/doc/tessavant RENAME README.dep
 install(FILES deploy/lighttpd/50-tessavant.conf DESTINATION share/doc/tessavant/examples/lighttpd)
 install(FILES deploy/apache/tessavant.conf DESTINATION share/doc/tessavant/examples/apache)
 install(FILES deploy/nginx/tessavant.conf DESTINATION share/doc/tessavant/examples/nginx)
+install(FILES deploy/policy/public.policy DESTINATION share/doc/tessavant/examples/policy)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tessavant)
