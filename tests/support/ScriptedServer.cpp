@@ -8,6 +8,8 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "base/Policy.h"
+
 namespace {
 // Waits for fd to become readable; false after the limit or when stopping.
 bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
@@ -19,13 +21,8 @@ bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
     return false;
 }
 
-// A policy build refuses loopback: its peers take the address of the test's
-// own network namespace (tests/cgi/run-policy-table).
-#ifdef TESSAVANT_POLICY
-const char PEER[] = "198.51.100.1";
-#else
-const char PEER[] = "127.0.0.1";
-#endif
+// A policy build refuses loopback: its peers are in run-policy-table's namespace.
+const char* const PEER = Policy::ENABLED ? "198.51.100.1" : "127.0.0.1";
 
 // A listening socket on PEER at a port the system chose.
 int listenOnLoopback(int& port) {
