@@ -39,6 +39,7 @@ install(FILES deploy/apache/tessavant.conf deploy/apache/tessavant-fastcgi.conf
 install(FILES deploy/nginx/tessavant.conf deploy/nginx/tessavant-fastcgi.conf
         DESTINATION share/doc/tessavant/examples/nginx)
 install(FILES deploy/spawn-fcgi/tessavant-fastcgi.service DESTINATION share/doc/tessavant/examples/spawn-fcgi)
+install(FILES deploy/policy/public.policy DESTINATION share/doc/tessavant/examples/policy)
 # FastCGI mode under systemd: the socket, the workers, and an nginx site for
 # them. Installed but not enabled: systemctl enable --now tessavant.socket.
 install(FILES deploy/systemd/tessavant.socket deploy/systemd/tessavant.service

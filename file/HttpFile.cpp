@@ -3,12 +3,13 @@
 #include <utility>
 
 #include "base/Exception.h"
+#include "base/Policy.h"
 #include "net/HttpsConnection.h"
 #include "net/Url.h"
 
 HttpFile::HttpFile(std::string reference) {
     std::string current = std::move(reference);
-    for (;;) {
+    for (int followed = 0;; ++followed) {
         if (connection) {
             connection->close();
             connection.reset();
@@ -18,6 +19,10 @@ HttpFile::HttpFile(std::string reference) {
         if (current.find("://") == std::string::npos)
             throw Exception("HttpFile::HttpFile", current + " is not supported", -1);
         Url url(current);
+        if (Policy::ENABLED && (url.isHttp() || url.isHttps())) {
+            Policy::checkRedirects(followed);
+            Policy::checkHost(url.host);
+        }
         if (url.isHttp()) {
             connection.reset(new HttpConnection(url.host.c_str(), url.port));
         } else if (url.isHttps()) {
@@ -26,8 +31,13 @@ HttpFile::HttpFile(std::string reference) {
             throw Exception("HttpFile::HttpFile", current + " is not supported", -1);
         }
         connection->request(url.path.c_str());
-        if (connection->status == 200)
+        if (connection->status == 200) {
+            if (Policy::ENABLED)
+                Policy::checkLength(current,
+                                    connection->getHeader().getFirstValue("content-length"),
+                                    connection->getHeader().getFirstValue("transfer-encoding"));
             return;
+        }
         if (!connection->redirected())
             throw Exception("HttpFile::HttpFile", connection->getHeaderText(), -1);
         current = connection->redirection();

@@ -1,6 +1,7 @@
 #include "file/StdioFile.h"
 
 #include <locale.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -9,10 +10,19 @@
 #include <ctime>
 
 #include "base/Exception.h"
+#include "base/Policy.h"
 
 StdioFile::StdioFile(std::string path) : stream(nullptr) {
     std::memset(&status, 0, sizeof status);
-    stream = std::fopen(path.c_str(), "rb");
+    if (Policy::ENABLED) {
+        // Resolved beneath an allowed root, or refused before anything opens.
+        const int fd = Policy::openLocal(path);
+        stream = fd == -1 ? nullptr : ::fdopen(fd, "rb");
+        if (fd != -1 && stream == nullptr)
+            ::close(fd);
+    } else {
+        stream = std::fopen(path.c_str(), "rb");
+    }
     if (stream == nullptr)
         throw Exception("StdioFile::StdioFile", "", errno);
     // Reads go straight into the caller's buffer, one read(2) per call: a

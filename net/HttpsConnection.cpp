@@ -1,10 +1,13 @@
 #include "net/HttpsConnection.h"
 
+#include <arpa/inet.h>
 #include <signal.h>
 
 #include <cerrno>
 #include <ctime>
 
+#include "base/Exception.h"
+#include "base/Policy.h"
 #include "net/SslLibrary.h"
 
 namespace {
@@ -58,29 +61,84 @@ HttpsConnection::HttpsConnection(const SslLibrary& library, const char* host, in
     context = library.SSL_CTX_new(library.TLS_client_method());
     if (context == nullptr)
         return;
-    ssl = library.SSL_new(context);
-    if (ssl == nullptr)
-        return;
-    library.SSL_set_fd(ssl, fd);
-    SigpipeGuard guard;
-    library.SSL_connect(ssl);
+    try {
+        const bool verify = Policy::ENABLED && Policy::tlsVerify();
+        if (verify)
+            trust();
+        ssl = library.SSL_new(context);
+        if (ssl == nullptr)
+            return;
+        library.SSL_set_fd(ssl, fd);
+        if (verify) {
+            // The name goes out for servers that hold several; an address is
+            // never sent as a name. Either is checked against the certificate.
+            in_addr numeric;
+            if (::inet_pton(AF_INET, this->host.c_str(), &numeric) != 1)
+                library.SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                                 const_cast<char*>(this->host.c_str()));
+            library.SSL_set1_host(ssl, this->host.c_str());
+        }
+        SigpipeGuard guard;
+        errno = 0;
+        if (library.SSL_connect(ssl) != 1 && Policy::ENABLED)
+            refuse(verify);
+    } catch (...) {
+        release();
+        throw;
+    }
 }
 
 HttpsConnection::~HttpsConnection() {
+    release();
+}
+
+void HttpsConnection::trust() {
+    const char* ca = Policy::caFile();
+    if ((ca != nullptr ? library.SSL_CTX_load_verify_locations(context, ca, nullptr)
+                       : library.SSL_CTX_set_default_verify_paths(context)) != 1)
+        throw Exception("Policy::tls",
+                        std::string(ca != nullptr ? ca : "the system's store") +
+                            " cannot be loaded as trusted certificates",
+                        -1);
+    library.SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+}
+
+// A failed handshake under a policy: a time-out, or, when the peer is
+// verified, an untrusted certificate or another fault. Without verification
+// it shows as "Bad response", as it does without a policy.
+void HttpsConnection::refuse(bool verify) {
+    const long result = library.SSL_get_verify_result(ssl);
+    if (verify && result != X509_V_OK)
+        throw Exception("Policy::tls",
+                        host + " has no certificate that this build trusts: " +
+                            library.X509_verify_cert_error_string(result),
+                        -1);
+    if (errno == EAGAIN || errno == EINPROGRESS)
+        Policy::timedOut(host);
+    if (verify)
+        throw Exception("Policy::tls", "the TLS handshake with " + host + " failed", -1);
+}
+
+void HttpsConnection::release() {
     if (ssl != nullptr) {
         SigpipeGuard guard;
         library.SSL_shutdown(ssl);
         library.SSL_free(ssl);
+        ssl = nullptr;
     }
     if (context != nullptr)
         library.SSL_CTX_free(context);
+    context = nullptr;
 }
 
 int HttpsConnection::recv(char*, int) const {
     if (ssl == nullptr)
         return 0;
     char* own = const_cast<char*>(buffer);
-    return library.SSL_read(ssl, own, BUFFER_SIZE);
+    const int n = library.SSL_read(ssl, own, BUFFER_SIZE);
+    if (Policy::ENABLED && n < 0 && errno == EAGAIN)
+        Policy::timedOut(host);
+    return n;
 }
 
 const Socket& HttpsConnection::operator<<(const std::string& text) const {

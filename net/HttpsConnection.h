@@ -8,8 +8,9 @@ class SslLibrary;
 struct ssl_ctx_st;
 struct ssl_st;
 
-// HttpConnection over TLS. The peer is accepted whoever it is: no trust
-// store, no verification, no server name sent. A failed handshake shows as
+// HttpConnection over TLS. Without a policy that verifies, the peer is
+// accepted whoever it is: no trust store, no verification, no server name
+// sent. A failed handshake shows as
 // "Bad response" when the request reads the head. OpenSSL is loaded before
 // the connection is made (SslLibrary); where it cannot be, the constructor
 // throws and nothing is connected.
@@ -25,6 +26,12 @@ class HttpsConnection : public HttpConnection {
 
   protected:
     HttpsConnection(const SslLibrary& library, const char* host, int port);
+
+    // Under a policy that verifies the peer: the trusted certificates.
+    void trust();
+    // Throws the policy's refusal of a failed handshake, if it has one.
+    void refuse(bool verify);
+    void release();
 
     const SslLibrary& library;
     ssl_ctx_st* context;

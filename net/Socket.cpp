@@ -2,12 +2,14 @@
 
 #include <netdb.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "base/Exception.h"
+#include "base/Policy.h"
 
 Socket::Socket(const char* host, int port) : host(host != nullptr ? host : ""), port(port), fd(-1) {
     std::memset(&address, 0, sizeof address);
@@ -46,6 +48,14 @@ void Socket::create() {
     int on = 1;
     if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == -1)
         throw Exception("Socket::create", "setsockopt", getLastError());
+    // A policy bounds connect, each send and each receive (and so the TLS
+    // handshake); without one the system's limits apply.
+    if (Policy::ENABLED) {
+        const timeval limit = {Policy::timeoutSeconds(), 0};
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == -1 ||
+            ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == -1)
+            throw Exception("Socket::create", "setsockopt", getLastError());
+    }
 }
 
 void Socket::connect() {
@@ -62,8 +72,15 @@ void Socket::connect() {
     ::freeaddrinfo(list);
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    // Judged on the address about to be used, not on the name: a name that
+    // resolves to this machine or its networks is refused however written.
+    if (Policy::ENABLED)
+        Policy::checkAddress(host, address.sin_addr.s_addr);
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        if (Policy::ENABLED && (errno == EINPROGRESS || errno == EAGAIN))
+            Policy::timedOut(host);
         throw Exception("Socket::connect", "connect", getLastError());
+    }
 }
 
 void Socket::bind() {
@@ -92,16 +109,22 @@ void Socket::send(const char* data, int length) const {
         return;
     // MSG_NOSIGNAL: a peer that went away gives EPIPE here instead of a
     // signal that would end the process.
-    if (::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL) == -1)
+    if (::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL) == -1) {
+        if (Policy::ENABLED && errno == EAGAIN)
+            Policy::timedOut(host);
         throw Exception("Socket::send", "send", getLastError());
+    }
 }
 
 int Socket::recv(char* buffer, int length) const {
     if (buffer == nullptr || length <= 0)
         return 0;
     ssize_t n = ::recv(fd, buffer, static_cast<size_t>(length), 0);
-    if (n == -1)
+    if (n == -1) {
+        if (Policy::ENABLED && errno == EAGAIN)
+            Policy::timedOut(host);
         throw Exception("Socket::recv", "recv", getLastError());
+    }
     return static_cast<int>(n);
 }
 

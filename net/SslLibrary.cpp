@@ -18,7 +18,14 @@ SslLibrary::SslLibrary()
       SSL_connect(nullptr),
       SSL_read(nullptr),
       SSL_write(nullptr),
-      SSL_shutdown(nullptr) {
+      SSL_shutdown(nullptr),
+      SSL_ctrl(nullptr),
+      SSL_CTX_set_verify(nullptr),
+      SSL_CTX_set_default_verify_paths(nullptr),
+      SSL_CTX_load_verify_locations(nullptr),
+      SSL_set1_host(nullptr),
+      SSL_get_verify_result(nullptr),
+      X509_verify_cert_error_string(nullptr) {
     void* library = ::dlopen(NAME, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         failure = std::string(NAME) + " cannot be loaded";
@@ -44,6 +51,14 @@ SslLibrary::SslLibrary()
     find("SSL_read", SSL_read);
     find("SSL_write", SSL_write);
     find("SSL_shutdown", SSL_shutdown);
+    find("SSL_ctrl", SSL_ctrl);
+    find("SSL_CTX_set_verify", SSL_CTX_set_verify);
+    find("SSL_CTX_set_default_verify_paths", SSL_CTX_set_default_verify_paths);
+    find("SSL_CTX_load_verify_locations", SSL_CTX_load_verify_locations);
+    find("SSL_set1_host", SSL_set1_host);
+    find("SSL_get_verify_result", SSL_get_verify_result);
+    // From libcrypto, which the handle's lookup reaches as libssl's dependency.
+    find("X509_verify_cert_error_string", X509_verify_cert_error_string);
     if (missing != nullptr) {
         failure = std::string(NAME) + " has no " + missing;
         ::dlclose(library);

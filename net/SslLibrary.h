@@ -27,6 +27,14 @@ class SslLibrary {
     decltype(&::SSL_read) SSL_read;
     decltype(&::SSL_write) SSL_write;
     decltype(&::SSL_shutdown) SSL_shutdown;
+    // For a build whose policy verifies the peer.
+    decltype(&::SSL_ctrl) SSL_ctrl;  // SSL_set_tlsext_host_name is a macro over it
+    decltype(&::SSL_CTX_set_verify) SSL_CTX_set_verify;
+    decltype(&::SSL_CTX_set_default_verify_paths) SSL_CTX_set_default_verify_paths;
+    decltype(&::SSL_CTX_load_verify_locations) SSL_CTX_load_verify_locations;
+    decltype(&::SSL_set1_host) SSL_set1_host;
+    decltype(&::SSL_get_verify_result) SSL_get_verify_result;
+    decltype(&::X509_verify_cert_error_string) X509_verify_cert_error_string;
 
   private:
     SslLibrary();

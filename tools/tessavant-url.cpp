@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/Exception.h"
+#include "base/Policy.h"
 #include "crypto/Copyright.h"
 #include "crypto/Decryptor.h"
 #include "crypto/Hex.h"
@@ -17,6 +18,7 @@ const char USAGE[] =
     "usage: tessavant-url [--base URL] [--] PASSWORD REFERENCE\n"
     "       tessavant-url [--base URL] --batch\n"
     "       tessavant-url --decode QUERY_OR_URL\n"
+    "       tessavant-url --policy\n"
     "       tessavant-url --help\n";
 
 const char HELP[] =
@@ -34,6 +36,7 @@ const char HELP[] =
     "                 line that cannot be encrypted gets \"error: line N: WHY\".\n"
     "--decode QUERY   takes a query, or a URL with one, and prints the client\n"
     "                 password on line 1 and the reference on line 2.\n"
+    "--policy         prints the site policy that this build carries.\n"
     "--               ends the options, for a PASSWORD that starts with '-'.\n"
     "\n"
     "Exit status: 0 done, 1 a value that cannot be encrypted or decrypted,\n"
@@ -179,6 +182,13 @@ int main(int argc, char** argv) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (argc == 2 && first == "--help") {
         std::cout << USAGE << HELP;
+        return 0;
+    }
+    if (argc == 2 && first == "--policy") {
+        std::cout << (Policy::text() != nullptr
+                          ? Policy::text()
+                          : "# no policy: every local path and every http or https URL that a "
+                            "valid reference names is opened\n");
         return 0;
     }
     if (argc == 3 && first == "--decode")

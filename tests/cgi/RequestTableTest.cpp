@@ -23,6 +23,11 @@
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 
+// A build with a site policy runs its own table (tests/cgi/CMakeLists.txt).
+#ifndef TESSAVANT_TABLE
+#define TESSAVANT_TABLE "requests.txt"
+#endif
+
 namespace {
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 struct Row {
@@ -33,7 +38,7 @@ struct Row {
 // Rows are runs of lines between blank lines; '#' starts a comment line.
 std::vector<Row> load() {
     std::vector<Row> rows(1);
-    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/requests.txt");
+    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" TESSAVANT_TABLE);
     std::string line;
     for (int number = 1; std::getline(table, line); ++number) {
         if (line.empty() && !rows.back().lines.empty())
@@ -51,7 +56,7 @@ std::vector<Row> load() {
 }
 
 void PrintTo(const Row& row, std::ostream* out) {
-    *out << "requests.txt:" << row.line;
+    *out << TESSAVANT_TABLE ":" << row.line;
 }
 
 const std::string PASSWORD = "a client password";
@@ -117,7 +122,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     for (const auto& l : row.lines) {
         if (!socket.empty() && (l.first == "arg" || l.first == "cgi"))
             return;
-        if (!peer && (l.first == "peer" || l.first == "tls"))
+        if (!peer && (l.first == "peer" || l.first == "tls" || l.first == "silent"))
             peer.reset(new ScriptedServer(l.first == "tls"));
     }
     char program[PATH_MAX] = "";
@@ -133,7 +138,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     std::vector<std::string> args, sent;
     std::vector<ScriptedServer::Exchange> script;
     std::string in, out;
-    int signal = 0;
+    int signal = 0, limit = std::getenv("TESSAVANT_MEMCHECK") ? 300 : 60;
     bool stop = false;
     for (const auto& [key, text] : row.lines) {
         const std::string value = key == "env" ? "" : expand(text, names);  // env: item by item
@@ -151,7 +156,12 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             std::ofstream(path, std::ios::binary) << content(value.substr(value.find(' ') + 1));
             struct utimbuf times = {784111777, 784111777};  // Sun, 06 Nov 1994 08:49:37 GMT
             ::utime(path.c_str(), &times);
-        } else if (key == "peer" || key == "tls")
+        } else if (key == "link")
+            ::symlink(value.substr(value.find(' ') + 1).c_str(),
+                      (dir + "/" + value.substr(0, value.find(' '))).c_str());
+        else if (key == "within")
+            limit = std::stoi(value);
+        else if (key == "peer" || key == "tls")
             script.push_back({{value}}), sent.emplace_back();
         else if (key == "more")
             script.back().pieces.push_back(value);
@@ -178,7 +188,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
                     {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
     }
-    Process::Result r = Process::run(run, args, env, in, memcheck ? 300 : 60, dir, stop);
+    Process::Result r = Process::run(run, args, env, in, limit, dir, stop);
     // valgrind adds to the environment, so only the plain run compares output.
     EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
     EXPECT_EQ(std::make_tuple(r.err, r.status, r.signal), std::make_tuple("", status, signal));

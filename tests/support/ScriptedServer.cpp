@@ -8,6 +8,8 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "base/Policy.h"
+
 namespace {
 // Waits for fd to become readable; false after the limit or when stopping.
 bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
@@ -18,13 +20,16 @@ bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
     return false;
 }
 
+// A policy build refuses loopback: its peers are in run-policy-table's namespace.
+const char* const PEER = Policy::ENABLED ? "198.51.100.1" : "127.0.0.1";
+
 int listenOnLoopback(int& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in a = {AF_INET, 0, {::inet_addr(PEER)}, {}};
     socklen_t length = sizeof a;
     if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 16) != 0 ||
         ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0)
-        throw std::runtime_error("cannot listen on 127.0.0.1");
+        throw std::runtime_error(std::string("cannot listen on ") + PEER);
     port = ntohs(a.sin_port);
     return fd;
 }
@@ -64,7 +69,7 @@ int ScriptedServer::freePort() {
 }
 
 std::string ScriptedServer::url() const {
-    return (context ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port);
+    return (context ? "https://" : "http://") + (PEER + (":" + std::to_string(port)));
 }
 
 void ScriptedServer::serve(std::vector<Exchange> script) {
