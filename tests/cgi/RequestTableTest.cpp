@@ -1,10 +1,6 @@
-// Runs every row of requests.txt: the program, started with exactly the row's
-// environment, argument and input in a directory of the row's files, perhaps
-// fetching from the row's scripted peer, must write exactly the expected bytes,
-// nothing on standard error, and end as the row says. With TESSAVANT_MEMCHECK
-// set, valgrind's memcheck runs each row instead and must find no error, no
-// leak and no descriptor left open.
-#include <dirent.h>
+// Every row of requests.txt: exactly the expected bytes, nothing on standard
+// error, the row's exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or
+// descriptor left open.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -13,6 +9,7 @@
 #include <sys/wait.h>
 #include <utime.h>
 
+#include <filesystem>
 #include <fstream>
 #include <memory>
 
@@ -23,7 +20,6 @@
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 
-// A build with a site policy runs its own table (tests/cgi/CMakeLists.txt).
 #ifndef TESSAVANT_TABLE
 #define TESSAVANT_TABLE "requests.txt"
 #endif
@@ -35,7 +31,6 @@ struct Row {
     Pairs lines;  // directive, text
 };
 
-// Rows are runs of lines between blank lines; '#' starts a comment line.
 std::vector<Row> load() {
     std::vector<Row> rows(1);
     std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" TESSAVANT_TABLE);
@@ -75,8 +70,6 @@ std::string content(const std::string& text) {
     return text[0] == '@' ? bytes : text;
 }
 
-// C escapes, then {name} for each of names, then {q:REF}, {head:N[,DATE]}
-// and {file:TEXT}.
 std::string expand(const std::string& escaped, const Pairs& names) {
     std::string text;
     for (size_t i = 0; i < escaped.size(); ++i) {
@@ -115,8 +108,7 @@ std::string expand(const std::string& escaped, const Pairs& names) {
     return text;
 }
 
-// Runs the row as a CGI program in dir, or, with a socket, through the
-// FastCGI responder listening there (rows with "arg" or "cgi" are CGI only).
+// As a CGI program in dir, or through the FastCGI responder on socket.
 void runRow(const Row& row, const std::string& dir, const std::string& socket = "") {
     std::unique_ptr<ScriptedServer> peer;
     for (const auto& l : row.lines) {
@@ -189,14 +181,13 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
     }
     Process::Result r = Process::run(run, args, env, in, limit, dir, stop);
-    // valgrind adds to the environment, so only the plain run compares output.
+    // valgrind adds to the environment.
     EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
     EXPECT_EQ(std::make_tuple(r.err, r.status, r.signal), std::make_tuple("", status, signal));
     EXPECT_TRUE(!peer || peer->finish());
-    for (size_t i = 0; peer && i < sent.size(); ++i)  // each request, as far as the row gives it
+    for (size_t i = 0; peer && i < sent.size(); ++i)
         EXPECT_EQ(i < peer->requests.size() ? peer->requests[i].substr(0, sent[i].size()) : "",
                   sent[i]);
-    // No error, and nothing open at exit but the standard three and valgrind's log.
     const std::string report = memcheck ? readFile(log) : " 0 errors 4 open (3 std)";
     EXPECT_TRUE(report.find(" 0 errors") != std::string::npos &&
                 report.find(" 4 open (3 std)") != std::string::npos)
@@ -215,19 +206,13 @@ INSTANTIATE_TEST_SUITE_P(Table, Request, testing::ValuesIn(load()),
                              return "line" + std::to_string(info.param.line);
                          });
 
-int openDescriptors(int pid) {
-    int count = 0;
-    DIR* d = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
-    while (dirent* e = ::readdir(d))
-        count += e->d_name[0] != '.';
-    ::closedir(d);
-    return count;
+long openDescriptors(int pid) {
+    using std::filesystem::directory_iterator;
+    return std::distance(directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
 }
 
-// Every row, one after another, through one FastCGI responder started as a
-// spawner starts it, with a listening socket as standard input: nothing may
-// carry from one request into the next, it writes nothing of its own, and
-// SIGTERM ends it with status 0.
+// Every row through one responder with a listening socket as standard input:
+// nothing carries over, nothing of its own on output, SIGTERM ends it with 0.
 TEST(FastCgi, EveryRowThroughOneResponder) {
     TempDir dir;
     const std::string socket = dir.path() + "/socket";
@@ -244,8 +229,7 @@ TEST(FastCgi, EveryRowThroughOneResponder) {
         SCOPED_TRACE(testing::PrintToString(row));
         runRow(row, dir.path(), socket);
     }
-    // Between requests it holds its three standard descriptors only; the
-    // last connection may still be closing when its client has the reply.
+    // The last connection may still be closing when its client has the reply.
     for (int i = 0; i < 200 && openDescriptors(pid) > 3; ++i)
         ::usleep(10000);
     EXPECT_EQ(openDescriptors(pid), 3);
