@@ -103,13 +103,12 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
         return Process::run(TESSAVANT_URL, args, {}, "", 30).out;
     };
     TempDir empty;  // relative references name nothing here
-    int count = 0;
     // The same rows through one --batch process, each followed by a bad line.
     const std::string bad[][2] = {{"no tab", "no tab between password and reference"},
                                   {"\t/a.gif", "empty password"},
                                   {"pw\t", "empty reference"}};
     std::string batchIn, batchOut;
-    int lines = 0;
+    int count = 0, lines = 0;
     auto error = [&](const std::string& why) {
         return "error: line " + std::to_string(++lines) + ": " + why + "\n";
     };
@@ -139,22 +138,11 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
 }
 
-// One line replaced, against the fault named; missing items are reported at line 23.
-TEST(KeyFile, TheHeaderCarriesEveryKeyBitAndMalformedFilesNameTheLineAndTheFault) {
+// One line of keys/default.keys replaced, against the fault named; missing
+// items are reported at line 23. The header itself is pinned by the known answers.
+TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
     const std::string keys = readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys"), zeros(55, '0');
     const std::string ones = " 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1";
-    std::string header =
-        "// Generated from the key file at build time. Do not edit.\n#pragma once\n\n"
-        "#define TESSAVANT_SIGNATURE {60, 161, 87, 226, 9, 212, 107, 24, 240, 46, 149, 122, 195, "
-        "65, 184, 109}\n";
-    std::istringstream words(keys);
-    for (std::string item, bits; words >> item;)
-        if (item.compare(0, 5, "mixer") == 0 && words >> bits) {
-            header += "#define TESSAVANT_MIXER" + item.substr(5) + " {";
-            for (const char& bit : bits)
-                header += bit + std::string(&bit == &bits.back() ? "}\n" : ",");
-        }
-    EXPECT_EQ(KeyFile::parse(keys, "k").materialHeader(), header);
     const std::tuple<int, std::string, std::string> cases[] = {
         {4, "signature 3ca1", "4: wrong count: 'signature' has 4 hex digits, expected 32"},
         {4, "signature " + zeros.substr(24) + "x", "4: bad digit in 'signature' at position 32"},

@@ -23,8 +23,7 @@ int Process::start(const std::string& program, const std::vector<std::string>& a
     std::vector<char*> argv, envp;
     for (size_t i = 0; i < strings.size(); ++i)
         (i < argc ? argv : envp).push_back(&strings[i][0]);
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
+    argv.push_back(nullptr), envp.push_back(nullptr);
     const pid_t parent = ::getpid(), pid = ::fork();
     if (pid < 0)
         throw std::runtime_error("fork failed");

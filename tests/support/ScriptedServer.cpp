@@ -11,7 +11,6 @@
 #include "base/Policy.h"
 
 namespace {
-// Waits for fd to become readable; false after the limit or when stopping.
 bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
     pollfd p = {fd, POLLIN, 0};
     for (int i = 0; i < seconds * 10 && !stopping; ++i)
@@ -34,7 +33,6 @@ int listenOnLoopback(int& port) {
     return fd;
 }
 
-// A throw-away self-signed certificate.
 SSL_CTX* tlsContext() {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     EVP_PKEY* key = EVP_EC_gen("P-256");
@@ -101,9 +99,7 @@ void ScriptedServer::run(std::vector<Exchange> script) {
             break;
         requests.emplace_back();
         SSL* ssl = context ? SSL_new(context) : nullptr;
-        if (ssl != nullptr)
-            SSL_set_fd(ssl, client);
-        if (ssl == nullptr || SSL_accept(ssl) == 1) {
+        if (ssl == nullptr || (SSL_set_fd(ssl, client) && SSL_accept(ssl) == 1)) {
             // A TLS hello sent to the plain peer (0x16) is no request to wait for.
             while (requests.back().find("\r\n\r\n") == std::string::npos &&
                    requests.back().find('\x16') != 0 && take(client, ssl)) {
@@ -120,9 +116,7 @@ void ScriptedServer::run(std::vector<Exchange> script) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 linger abortive = {1, 0};
                 ::setsockopt(client, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-            } else {
-                // End the reply, then read on until the client closes, so
-                // that no unread byte turns the close into a reset.
+            } else {  // read on until the client closes: an unread byte would reset
                 if (ssl)
                     SSL_shutdown(ssl);
                 ::shutdown(client, SHUT_WR);

@@ -7,10 +7,9 @@
 #include <thread>
 #include <vector>
 
-// A test peer on 127.0.0.1 at a free port, plain or TLS with a certificate of
-// its own. For each connection in turn it reads a request up to its blank
-// line, then sends the next exchange of its script from its own thread. Every
-// wait is bounded.
+// A peer at a free port, plain or TLS (self-signed): for each connection it
+// reads a request up to its blank line, then sends the next exchange of its
+// script from its own thread. Every wait is bounded.
 class ScriptedServer {
   public:
     struct Exchange {
