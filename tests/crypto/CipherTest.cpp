@@ -95,8 +95,7 @@ TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
     }
 }
 
-// Answers of an independent implementation under keys/default.keys, through
-// argv as they stand; with only a bare loopback no fetch leaves the machine.
+// An independent implementation's answers under keys/default.keys; no fetch leaves unshare -n.
 TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     std::istringstream rows(readFile(TESSAVANT_SOURCE_DIR "/tests/crypto/known-answers.tsv"));
     auto url = [](const std::vector<std::string>& args) {
@@ -138,8 +137,7 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
 }
 
-// One line of keys/default.keys replaced, against the fault named; missing
-// items are reported at line 23. The header itself is pinned by the known answers.
+// One line replaced, against the fault named (the header itself: the known answers).
 TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
     const std::string keys = readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys"), zeros(55, '0');
     const std::string ones = " 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1";

@@ -21,8 +21,7 @@ TEST(StdioFile, ReadsInPiecesKeepsTheLengthOfTheOpeningAndRefusesFilesPastIntMax
     EXPECT_EQ(failureOf([&] { StdioFile f(path); }), "StdioFile::StdioFile  (27)");
 }
 
-// Each date of the chain is later than all before it: one in a layout other
-// than GMT's, each field outranking the next, an unknown month, every month.
+// Each date is later than all before it: a non-GMT layout, fields by rank, every month.
 TEST(Date, ParsesTheFixedWidthGmtLayoutAndOrdersFieldByField) {
     const Date d("Sun, 06 Nov 1994 08:49:37 GMT; rest");
     EXPECT_EQ((std::vector<uint32_t>{d.year, d.monthNumber, d.day, d.hour, d.minute, d.second}),

@@ -22,8 +22,7 @@ class RecordingConnection : public HttpConnection {
     mutable std::vector<std::string> writes;
 };
 
-// Its first receive fills the buffer; with failLater a later one fails as a
-// broken TLS stream does.
+// Its first receive fills the buffer; with failLater, later ones fail as on a broken TLS stream.
 class WholeBlockConnection : public HttpConnection {
   public:
     using HttpConnection::HttpConnection;
@@ -32,8 +31,7 @@ class WholeBlockConnection : public HttpConnection {
                    ? -1
                    : static_cast<int>(::recv(fd, b, static_cast<size_t>(length), MSG_WAITALL));
     }
-    // Points the cursor (the bytes just past the buffer) at a line feed, so that
-    // a search running past the buffer finds a blank line; request() resets it.
+    // Aims the cursor (just past the buffer) at a line feed; request() resets it.
     bool plantLineFeedAfterBuffer() {
         if (reinterpret_cast<char*>(&cursor) != buffer + BUFFER_SIZE)
             return false;
@@ -61,15 +59,13 @@ TEST(HttpConnection, RequestIsNineWritesAndAlwaysNamesThePort) {
 
 TEST(HttpConnection, BlankLineSearchStopsAtTheEndOfAFullBuffer) {
     const int size = HttpConnection::BUFFER_SIZE;
-    ScriptedServer server;  // the byte after the full buffer would end the header
+    ScriptedServer server, second;  // the byte after the first's full buffer would end the header
     server.serve({{{"HTTP/1.1 200 OK\r\nX: " + std::string(size - 23, 'a') + "\r\n\r\nbody"}}});
     std::unique_ptr<WholeBlockConnection> c(new WholeBlockConnection("127.0.0.1", server.port));
     ASSERT_TRUE(c->plantLineFeedAfterBuffer());
     EXPECT_EQ(failureOf([&] { c->request("/"); }), "HttpConnection::open Bad response (-1)");
 
-    // A blank line in the buffer's last four bytes is found; the body comes in
-    // the next receive (a refill), and a failed receive ends it.
-    ScriptedServer second;
+    // A blank line ending the buffer is found; the body is a refill; a failed receive ends it.
     second.serve({{{"HTTP/1.1 200 OK\r\nX: " + std::string(size - 24, 'a') + "\r\n\r\ntail"}}});
     c.reset(new WholeBlockConnection("127.0.0.1", second.port));
     c->request("/");

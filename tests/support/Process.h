@@ -15,8 +15,7 @@ class Process {
     };
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
-    // stopWhileWriting stops and resumes the child while its output is read,
-    // which breaks its large writes into pieces.
+    // stopWhileWriting stops and resumes the child often, to break up its large writes.
     static Result run(const std::string& program, const std::vector<std::string>& args,
                       const Environment& env, const std::string& input = "",
                       int timeoutSeconds = 60, const std::string& directory = "",

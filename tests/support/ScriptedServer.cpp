@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <openssl/x509.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,14 +10,6 @@
 #include "base/Policy.h"
 
 namespace {
-bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
-    pollfd p = {fd, POLLIN, 0};
-    for (int i = 0; i < seconds * 10 && !stopping; ++i)
-        if (::poll(&p, 1, 100) > 0)
-            return true;
-    return false;
-}
-
 // A policy build refuses loopback: its peers are in run-policy-table's namespace.
 const char* const PEER = Policy::ENABLED ? "198.51.100.1" : "127.0.0.1";
 
@@ -26,7 +17,9 @@ int listenOnLoopback(int& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a = {AF_INET, 0, {::inet_addr(PEER)}, {}};
     socklen_t length = sizeof a;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 16) != 0 ||
+    const timeval limit = {10, 0};  // for each accept and each receive of what it accepts
+    if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
+        ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 16) != 0 ||
         ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0)
         throw std::runtime_error(std::string("cannot listen on ") + PEER);
     port = ntohs(a.sin_port);
@@ -53,7 +46,7 @@ ScriptedServer::ScriptedServer(bool tls)
     : context(tls ? tlsContext() : nullptr), listener(listenOnLoopback(port)) {}
 
 ScriptedServer::~ScriptedServer() {
-    stopping = true;
+    ::shutdown(listener, SHUT_RDWR);  // ends a waiting accept
     if (worker.joinable())
         worker.join();
     ::close(listener);
@@ -83,18 +76,15 @@ bool ScriptedServer::finish() {
 // Appends what one receive gave; false at the end of the stream.
 bool ScriptedServer::take(int client, SSL* ssl) {
     char chunk[65536];
-    const int n = !readable(client, 5, stopping) ? 0
-                  : ssl                          ? SSL_read(ssl, chunk, sizeof chunk)
-                        : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
+    const int n = ssl ? SSL_read(ssl, chunk, sizeof chunk)
+                      : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
     requests.back().append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
     return n > 0;
 }
 
 void ScriptedServer::run(std::vector<Exchange> script) {
     for (const auto& step : script) {
-        const int client = readable(listener, 10, stopping)
-                               ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)
-                               : -1;
+        const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0)
             break;
         requests.emplace_back();
