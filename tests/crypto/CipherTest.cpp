@@ -74,7 +74,7 @@ TEST(Cipher, EveryByteLandsInsideTheBuffersAndASignedInputOfAWrongSizeOrPadIsRef
         EXPECT_THROW(Counting()(in), Exception) << in.size();
 }
 
-TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
+TEST(DesConformance, AgreesWithLibcryptoOnThePublishedAndRandomKeysAndBlocks) {
     DES_cblock key = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1};
     DES_cblock x = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, e, d;
     std::mt19937 rng(20240601);
@@ -83,8 +83,6 @@ TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
         DES_set_key_unchecked(&key, &schedule);
         DES_ecb_encrypt(&x, &e, &schedule, DES_ENCRYPT);
         DES_ecb_encrypt(&x, &d, &schedule, DES_DECRYPT);
-        EXPECT_TRUE(i > 0 ||
-                    Bits(e, e + 8) == Bits({0x85, 0xE8, 0x13, 0x54, 0x0F, 0x0A, 0xB4, 0x05}));
         Des des;
         des.initialize(select(key, PC1, 56).data());
         Bits y = select(x, IP, 64), z = y;
