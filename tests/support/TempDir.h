@@ -28,8 +28,7 @@ class TempDir {
     std::string dir;
 };
 
-// A whole file, or "" when it cannot be read.
-inline std::string readFile(const std::string& path) {
+inline std::string readFile(const std::string& path) {  // "" when it cannot be read
     std::ostringstream s;
     s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
