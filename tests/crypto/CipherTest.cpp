@@ -74,7 +74,7 @@ TEST(Cipher, EveryByteLandsInsideTheBuffersAndASignedInputOfAWrongSizeOrPadIsRef
         EXPECT_THROW(Counting()(in), Exception) << in.size();
 }
 
-TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
+TEST(DesConformance, AgreesWithLibcryptoOnThePublishedAndRandomKeysAndBlocks) {
     DES_cblock key = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1};
     DES_cblock x = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, e, d;
     std::mt19937 rng(20240601);
@@ -83,8 +83,6 @@ TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
         DES_set_key_unchecked(&key, &schedule);
         DES_ecb_encrypt(&x, &e, &schedule, DES_ENCRYPT);
         DES_ecb_encrypt(&x, &d, &schedule, DES_DECRYPT);
-        EXPECT_TRUE(i > 0 ||
-                    Bits(e, e + 8) == Bits({0x85, 0xE8, 0x13, 0x54, 0x0F, 0x0A, 0xB4, 0x05}));
         Des des;
         des.initialize(select(key, PC1, 56).data());
         Bits y = select(x, IP, 64), z = y;
@@ -95,21 +93,19 @@ TEST(DesConformance, PublishedVectorAndRandomKeysAndBlocks) {
     }
 }
 
-// Answers of an independent implementation under keys/default.keys, through
-// argv as they stand; with only a bare loopback no fetch leaves the machine.
+// An independent implementation's answers under keys/default.keys; no fetch leaves unshare -n.
 TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     std::istringstream rows(readFile(TESSAVANT_SOURCE_DIR "/tests/crypto/known-answers.tsv"));
     auto url = [](const std::vector<std::string>& args) {
         return Process::run(TESSAVANT_URL, args, {}, "", 30).out;
     };
     TempDir empty;  // relative references name nothing here
-    int count = 0;
     // The same rows through one --batch process, each followed by a bad line.
     const std::string bad[][2] = {{"no tab", "no tab between password and reference"},
                                   {"\t/a.gif", "empty password"},
                                   {"pw\t", "empty reference"}};
     std::string batchIn, batchOut;
-    int lines = 0;
+    int count = 0, lines = 0;
     auto error = [&](const std::string& why) {
         return "error: line " + std::to_string(++lines) + ": " + why + "\n";
     };
@@ -139,22 +135,10 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
 }
 
-// One line replaced, against the fault named; missing items are reported at line 23.
-TEST(KeyFile, TheHeaderCarriesEveryKeyBitAndMalformedFilesNameTheLineAndTheFault) {
+// One line replaced, against the fault named (the header itself: the known answers).
+TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
     const std::string keys = readFile(TESSAVANT_SOURCE_DIR "/keys/default.keys"), zeros(55, '0');
     const std::string ones = " 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1";
-    std::string header =
-        "// Generated from the key file at build time. Do not edit.\n#pragma once\n\n"
-        "#define TESSAVANT_SIGNATURE {60, 161, 87, 226, 9, 212, 107, 24, 240, 46, 149, 122, 195, "
-        "65, 184, 109}\n";
-    std::istringstream words(keys);
-    for (std::string item, bits; words >> item;)
-        if (item.compare(0, 5, "mixer") == 0 && words >> bits) {
-            header += "#define TESSAVANT_MIXER" + item.substr(5) + " {";
-            for (const char& bit : bits)
-                header += bit + std::string(&bit == &bits.back() ? "}\n" : ",");
-        }
-    EXPECT_EQ(KeyFile::parse(keys, "k").materialHeader(), header);
     const std::tuple<int, std::string, std::string> cases[] = {
         {4, "signature 3ca1", "4: wrong count: 'signature' has 4 hex digits, expected 32"},
         {4, "signature " + zeros.substr(24) + "x", "4: bad digit in 'signature' at position 32"},

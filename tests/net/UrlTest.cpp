@@ -21,15 +21,12 @@ TEST(Url, SplitsReferencesAndDoublesTheSlashAndHeadersKeepTheirLines) {
     for (const char* line : {"b: 2", "A: 1", "L : 5", "X:http://x", "A:bc", "C:b", "D: ", "E:  x "})
         h.add(line);
     EXPECT_EQ(h.toString(), "a: 1\na: c\nb: 2\nc: \nd: \ne:  x \nl : 5\nx: ttp://x\n");
-    EXPECT_EQ(failureOf([] { Url("h/x"); }) + failureOf([] { Url("http://"); }) +
-                  failureOf([] { Header().add(": v"); }) + failureOf([] { Header().add("x"); }),
-              "Url::Url h/x is an invalid URL (-1)Url::Url http:// is an invalid URL (-1)"
-              "Header::add No header name found (-1)Header::add No header name found (-1)");
+    EXPECT_EQ(failureOf([] { Url("h/x"); }) + failureOf([] { Url("http://"); }),
+              "Url::Url h/x is an invalid URL (-1)Url::Url http:// is an invalid URL (-1)");
 }
 
 TEST(Socket, ExchangesOneReceiveOfAtMost1024BytesCutAtAZeroAndNamesFailedCalls) {
-    // The product's socket on one end of a stream pair, the test's own on the other.
-    struct Paired : Socket {
+    struct Paired : Socket {  // on one end of a stream pair, the test's own on the other
         explicit Paired(int end) : Socket("localhost", 0) { fd = end; }
     };
     int ends[2];

@@ -4,8 +4,7 @@
 
 #include "base/Exception.h"
 
-// What an action fails with: the getMessageCode() of the Exception it throws,
-// or "no failure".
+// The getMessageCode() of the Exception an action throws, or "no failure".
 template <typename F>
 std::string failureOf(F action) {
     try {

@@ -17,14 +17,12 @@ int Process::start(const std::string& program, const std::vector<std::string>& a
                    const Environment& env, const int standard[3], const std::string& directory) {
     std::vector<std::string> strings{program};
     strings.insert(strings.end(), args.begin(), args.end());
-    const size_t argc = strings.size();
     for (const auto& e : env)
         strings.push_back(e.first + "=" + e.second);
     std::vector<char*> argv, envp;
     for (size_t i = 0; i < strings.size(); ++i)
-        (i < argc ? argv : envp).push_back(&strings[i][0]);
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
+        (i <= args.size() ? argv : envp).push_back(&strings[i][0]);
+    argv.push_back(nullptr), envp.push_back(nullptr);
     const pid_t parent = ::getpid(), pid = ::fork();
     if (pid < 0)
         throw std::runtime_error("fork failed");
@@ -68,12 +66,10 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
     Result r;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     char buffer[65536];
-    for (int stops = 0;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
+    for (int stops = 0; std::chrono::steady_clock::now() < deadline;) {
         pollfd p = {out[0], POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) == 0)
-            break;
+        if (::poll(&p, 1, 100) != 1)
+            continue;
         const ssize_t n = ::read(out[0], buffer, sizeof buffer);
         if (n < 0 && errno == EINTR)
             continue;

@@ -4,9 +4,8 @@
 #include <utility>
 #include <vector>
 
-// Runs a program with exactly the given environment (in this order),
-// arguments and standard input, and captures what it did. Children die with
-// the test process; every wait is bounded.
+// Runs a program with exactly the given environment (in this order), arguments
+// and input. Children die with the test process; every wait is bounded.
 class Process {
   public:
     struct Result {
@@ -16,14 +15,12 @@ class Process {
     };
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
-    // With stopWhileWriting the child is stopped and resumed again and again
-    // while its output is read, which breaks its large writes into pieces.
+    // stopWhileWriting stops and resumes the child often, to break up its large writes.
     static Result run(const std::string& program, const std::vector<std::string>& args,
                       const Environment& env, const std::string& input = "",
                       int timeoutSeconds = 60, const std::string& directory = "",
                       bool stopWhileWriting = false);
-    // Starts the program in the background with the given standard
-    // descriptors; returns its process id.
+    // In the background with the given standard descriptors; returns the pid.
     static int start(const std::string& program, const std::vector<std::string>& args,
                      const Environment& env, const int standard[3], const std::string& directory);
     // SIGTERM, then SIGKILL after five seconds; returns the wait status.

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <openssl/x509.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,15 +10,6 @@
 #include "base/Policy.h"
 
 namespace {
-// Waits for fd to become readable; false after the limit or when stopping.
-bool readable(int fd, int seconds, const std::atomic<bool>& stopping) {
-    pollfd p = {fd, POLLIN, 0};
-    for (int i = 0; i < seconds * 10 && !stopping; ++i)
-        if (::poll(&p, 1, 100) > 0)
-            return true;
-    return false;
-}
-
 // A policy build refuses loopback: its peers are in run-policy-table's namespace.
 const char* const PEER = Policy::ENABLED ? "198.51.100.1" : "127.0.0.1";
 
@@ -27,14 +17,15 @@ int listenOnLoopback(int& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a = {AF_INET, 0, {::inet_addr(PEER)}, {}};
     socklen_t length = sizeof a;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 16) != 0 ||
+    const timeval limit = {10, 0};  // for each accept and each receive of what it accepts
+    if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
+        ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 16) != 0 ||
         ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0)
         throw std::runtime_error(std::string("cannot listen on ") + PEER);
     port = ntohs(a.sin_port);
     return fd;
 }
 
-// A throw-away self-signed certificate.
 SSL_CTX* tlsContext() {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     EVP_PKEY* key = EVP_EC_gen("P-256");
@@ -55,7 +46,7 @@ ScriptedServer::ScriptedServer(bool tls)
     : context(tls ? tlsContext() : nullptr), listener(listenOnLoopback(port)) {}
 
 ScriptedServer::~ScriptedServer() {
-    stopping = true;
+    ::shutdown(listener, SHUT_RDWR);  // ends a waiting accept
     if (worker.joinable())
         worker.join();
     ::close(listener);
@@ -85,25 +76,20 @@ bool ScriptedServer::finish() {
 // Appends what one receive gave; false at the end of the stream.
 bool ScriptedServer::take(int client, SSL* ssl) {
     char chunk[65536];
-    const int n = !readable(client, 5, stopping) ? 0
-                  : ssl                          ? SSL_read(ssl, chunk, sizeof chunk)
-                        : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
+    const int n = ssl ? SSL_read(ssl, chunk, sizeof chunk)
+                      : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
     requests.back().append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
     return n > 0;
 }
 
 void ScriptedServer::run(std::vector<Exchange> script) {
     for (const auto& step : script) {
-        const int client = readable(listener, 10, stopping)
-                               ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)
-                               : -1;
+        const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0)
             break;
         requests.emplace_back();
         SSL* ssl = context ? SSL_new(context) : nullptr;
-        if (ssl != nullptr)
-            SSL_set_fd(ssl, client);
-        if (ssl == nullptr || SSL_accept(ssl) == 1) {
+        if (ssl == nullptr || (SSL_set_fd(ssl, client) && SSL_accept(ssl) == 1)) {
             // A TLS hello sent to the plain peer (0x16) is no request to wait for.
             while (requests.back().find("\r\n\r\n") == std::string::npos &&
                    requests.back().find('\x16') != 0 && take(client, ssl)) {
@@ -120,9 +106,7 @@ void ScriptedServer::run(std::vector<Exchange> script) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
                 linger abortive = {1, 0};
                 ::setsockopt(client, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-            } else {
-                // End the reply, then read on until the client closes, so
-                // that no unread byte turns the close into a reset.
+            } else {  // read on until the client closes: an unread byte would reset
                 if (ssl)
                     SSL_shutdown(ssl);
                 ::shutdown(client, SHUT_WR);

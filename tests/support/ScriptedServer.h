@@ -7,10 +7,8 @@
 #include <thread>
 #include <vector>
 
-// A test peer on 127.0.0.1 at a free port, plain or TLS with a certificate of
-// its own. For each connection in turn it reads a request up to its blank
-// line, then sends the next exchange of its script from its own thread. Every
-// wait is bounded.
+// A peer at a free port, plain or TLS: per connection it reads a request to its
+// blank line, then sends its script's next exchange. Every wait is bounded.
 class ScriptedServer {
   public:
     struct Exchange {
@@ -35,5 +33,5 @@ class ScriptedServer {
     SSL_CTX* context = nullptr;
     int listener = -1;
     std::thread worker;
-    std::atomic<bool> stopping{false}, done{false};
+    std::atomic<bool> done{false};
 };
