@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -47,6 +48,11 @@ std::vector<Row> load() {
     }
     if (rows.back().lines.empty())
         rows.pop_back();
+    for (Row& row : rows)  // without env or arg: GET {peer}/a.gif
+        if (std::none_of(row.lines.begin(), row.lines.end(),
+                         [](auto& l) { return l.first == "env" || l.first == "arg"; }))
+            row.lines.insert(row.lines.begin(),
+                             {"env", "REQUEST_METHOD=GET QUERY_STRING={q:{peer}/a.gif}"});
     return rows;
 }
 
