@@ -7,7 +7,6 @@ trap cleanup EXIT
 trap 'exit 1' INT TERM
 # Ends the script, with the tail of the logs ($T/*.log).
 fail() { echo "FAIL: $*"; tail -n 20 "$T"/*.log 2> /dev/null; exit 1; }
-root_only() { [ "$(id -u)" -eq 0 ] || { echo "skipped: $* needs root"; exit 77; }; }
 
 busy() { (exec 3<> "/dev/tcp/127.0.0.1/$1") 2> /dev/null; }
 # A port below the ephemeral range that nothing listens on, other than the ports given (chosen, not listening yet).
