@@ -1,11 +1,9 @@
-# Sourced by the shell tests, bench/run and scripts/demo: a temporary directory $T, servers on
-# 127.0.0.1 that die with the script, bounded waits, and checks.
+# For the shell tests, bench/run and scripts/demo: $T, servers that die with the script, bounded waits, checks.
 T=$(mktemp -d /tmp/tessavant-XXXXXX)
 pids=() failures=0
 cleanup() { for p in "${pids[@]}"; do stop "$p"; done; rm -rf "$T"; }
 trap cleanup EXIT
 trap 'exit 1' INT TERM
-# Ends the script, with the tail of the logs ($T/*.log).
 fail() { echo "FAIL: $*"; tail -n 20 "$T"/*.log 2> /dev/null; exit 1; }
 
 busy() { (exec 3<> "/dev/tcp/127.0.0.1/$1") 2> /dev/null; }
@@ -17,9 +15,8 @@ free_port() {
     done
     fail "no free port on 127.0.0.1"
 }
-# Starts "$@" in the background ($pid, $pids) in a pid namespace whose first process, a shell that passes
-# SIGTERM on, gets SIGKILL however this script ends (a server that changes its user would lose that
-# signal); the kernel then kills the rest of the namespace.
+# Starts "$@" ($pid, $pids) in a pid namespace whose first process, a shell passing SIGTERM on, gets SIGKILL
+# however this script ends (a server that changes its user would lose it); the kernel kills the rest.
 spawn() {
     local ns=(--pid --fork --kill-child=KILL)
     [ "$(id -u)" -eq 0 ] || ns+=(--user --map-current-user)
@@ -27,10 +24,7 @@ spawn() {
     pid=$! && pids+=("$pid")
 }
 # wait_for PID COMMAND...: true once COMMAND succeeds, false once PID has ended or after 10 seconds.
-wait_for() {
-    for _ in {1..100}; do "${@:2}" && return 0; kill -0 "$1" 2> /dev/null || return 1; sleep 0.1; done
-    return 1
-}
+wait_for() { for _ in {1..100}; do "${@:2}" && return 0; kill -0 "$1" 2> /dev/null || return 1; sleep 0.1; done; return 1; }
 # SIGTERM to what spawn started as $1 (through its shell: unshare ignores it), SIGKILL after 10 seconds.
 stop() {
     kill -TERM $(cat "/proc/$1/task/$1/children" 2> /dev/null) "$1" 2> /dev/null || return 0
@@ -50,7 +44,6 @@ nginx_site() {
 # check NAME EXPECTED ACTUAL: counts a failure and shows the difference.
 check() {
     [ "$2" != "$3" ] || { echo "ok   $1"; return 0; }
-    echo "FAIL $1"; failures=$((failures + 1))
-    diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | sed 's/^/     /' || true
+    echo "FAIL $1" && failures=$((failures + 1)) && diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | sed 's/^/     /' || true
 }
 finish() { [ "$failures" -eq 0 ] || fail "$failures check(s) failed"; echo "all checks passed"; }
