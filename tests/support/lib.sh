@@ -15,8 +15,7 @@ free_port() {
     done
     fail "no free port on 127.0.0.1"
 }
-# Starts "$@" ($pid, $pids) in a pid namespace whose first process, a shell passing SIGTERM on, gets SIGKILL
-# however this script ends (a server that changes its user would lose it); the kernel kills the rest.
+# Starts "$@" ($pid, $pids) in a pid namespace whose shell gets SIGKILL however this script ends (not lost by setuid).
 spawn() {
     local ns=(--pid --fork --kill-child=KILL)
     [ "$(id -u)" -eq 0 ] || ns+=(--user --map-current-user)
