@@ -104,7 +104,7 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     const std::string bad[][2] = {{"no tab", "no tab between password and reference"},
                                   {"\t/a.gif", "empty password"},
                                   {"pw\t", "empty reference"}};
-    std::string batchIn, batchOut;
+    std::string batchIn, batchOut, p;
     int count = 0, lines = 0;
     auto error = [&](const std::string& why) {
         return "error: line " + std::to_string(++lines) + ": " + why + "\n";
@@ -118,6 +118,7 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
                           query = "cmd=img&p=" + row.substr(b + 1, c - b - 1) +
                                   "&i=" + row.substr(c + 1);
         EXPECT_EQ(url({"--", password, reference}), query + "\n") << row;
+        p = "p=" + row.substr(b + 1, c - b - 1);
         if (reference.find('\n') == std::string::npos) {  // a line feed would end the line
             batchIn += password + "\t" + reference + "\n" + bad[count % 3][0] + "\n";
             batchOut += password.empty() ? error("empty password") : (++lines, query + "\n");
@@ -133,6 +134,20 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     }
     EXPECT_EQ(count, 12);
     EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
+    // --decode names the first parameter that cannot be a ciphertext, and why.
+    const std::string sig = "3CA157E209D46B18F02E957AC341B86D";
+    const std::string size =
+        " has the wrong size for an encrypted value (StringCrypto::cipher Wrong size)";
+    for (const auto& [query, why] : std::vector<std::pair<std::string, std::string>>{
+             {"p=zz&i=" + sig, "p is not hexadecimal text"},
+             {"i=" + sig, "p is missing"},
+             {p + "&i=00", "i is not an encrypted value (no signature)"},
+             {"p=" + sig + "0000&i=" + sig, "p" + size},
+             {p + "&i=" + sig + "0900000000000000", "i" + size}}) {
+        const Process::Result r =
+            Process::run(TESSAVANT_URL, {"--decode", "http://h/t?" + query}, {}, "", 30);
+        EXPECT_EQ(r.err + std::to_string(r.status), "tessavant-url: parameter " + why + "\n1");
+    }
 }
 
 // One line replaced, against the fault named (the header itself: the known answers).
