@@ -93,13 +93,17 @@ TEST(DesConformance, AgreesWithLibcryptoOnThePublishedAndRandomKeysAndBlocks) {
     }
 }
 
-// An independent implementation's answers under keys/default.keys; no fetch leaves unshare -n.
+// An independent implementation's answers under keys/default.keys. The program runs in a network
+// namespace of its own; where it can have none (a user in a chroot), only on local references.
 TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
     std::istringstream rows(readFile(TESSAVANT_SOURCE_DIR "/tests/crypto/known-answers.tsv"));
     auto url = [](const std::vector<std::string>& args) {
         return Process::run(TESSAVANT_URL, args, {}, "", 30).out;
     };
     TempDir empty;  // relative references name nothing here
+    std::string net = "-n";
+    if (Process::run("/usr/bin/unshare", {net, "true"}, {}).status != 0)
+        net = Process::run("/usr/bin/unshare", {"-rn", "true"}, {}).status == 0 ? "-rn" : "";
     // The same rows through one --batch process, each followed by a bad line.
     const std::string bad[][2] = {{"no tab", "no tab between password and reference"},
                                   {"\t/a.gif", "empty password"},
@@ -125,12 +129,14 @@ TEST(KnownAnswers, ToolAndProgramSpeakTheWireFormat) {
             batchOut += error(bad[count % 3][1]);
         }
         EXPECT_EQ(url({"--decode", "http://h/t?x=1&" + query}), password + "\n" + reference + "\n");
+        if (++count, net.empty() && reference.find("://") != std::string::npos)
+            continue;
         const Process::Result reply = Process::run(
-            "/usr/bin/unshare", {"-n", TESSAVANT_BIN},
+            net.empty() ? TESSAVANT_BIN : "/usr/bin/unshare",
+            net.empty() ? std::vector<std::string>{} : std::vector<std::string>{net, TESSAVANT_BIN},
             {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}}, "", 30, empty.path());
         const std::string expected = "Content-type: text/plain\n\ne=" + reference + " - ";
         EXPECT_EQ(reply.out.substr(0, expected.size()), expected) << row << "\n" << reply.err;
-        ++count;
     }
     EXPECT_EQ(count, 12);
     EXPECT_EQ(Process::run(TESSAVANT_URL, {"--batch"}, {}, batchIn, 30).out, batchOut);
