@@ -15,13 +15,13 @@ free_port() {
     done
     fail "no free port on 127.0.0.1"
 }
-# Starts "$@" ($pid, $pids) in a pid namespace whose shell gets SIGKILL however this script ends (not lost by setuid).
 # The servers of a test live in a pid namespace so that they die with it; a user who can make none
 # (in a chroot) skips the tests that start servers.
 need_namespaces() {
     [ "$(id -u)" -eq 0 ] || unshare --user --map-current-user --pid --fork true 2> /dev/null ||
         { echo "skipped: no pid namespace for this user (a chroot?), so servers could outlive the test"; exit 77; }
 }
+# Starts "$@" ($pid, $pids) in a pid namespace whose shell gets SIGKILL however this script ends (not lost by setuid).
 spawn() {
     local ns=(unshare --pid --fork --kill-child=KILL)
     [ "$(id -u)" -eq 0 ] || ns+=(--user --map-current-user)
