@@ -1,9 +1,7 @@
-// Every row of requests.txt: exactly the expected bytes, nothing on standard
-// error, the row's exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or
-// descriptor left open.
+// Every row of requests.txt: exactly the expected bytes, nothing on standard error, the row's
+// exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or descriptor left open.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -33,26 +31,19 @@ struct Row {
 };
 
 std::vector<Row> load() {
-    std::vector<Row> rows(1);
+    std::vector<Row> rows;
     std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" TESSAVANT_TABLE);
     std::string line;
-    for (int number = 1; std::getline(table, line); ++number) {
-        if (line.empty() && !rows.back().lines.empty())
-            rows.emplace_back();
+    for (int number = 1, blank = 1; std::getline(table, line); ++number) {
+        blank = blank || line.empty();
         if (line.empty() || line[0] == '#')
             continue;
-        rows.back().line = rows.back().line ? rows.back().line : number;
+        if (blank)
+            rows.push_back({number, {}}), blank = 0;
         const size_t space = std::min(line.find(' '), line.size());
         rows.back().lines.emplace_back(line.substr(0, space),
                                        line.substr(space + (space < line.size())));
     }
-    if (rows.back().lines.empty())
-        rows.pop_back();
-    for (Row& row : rows)  // without env or arg: GET {peer}/a.gif
-        if (std::none_of(row.lines.begin(), row.lines.end(),
-                         [](auto& l) { return l.first == "env" || l.first == "arg"; }))
-            row.lines.insert(row.lines.begin(),
-                             {"env", "REQUEST_METHOD=GET QUERY_STRING={q:{peer}/a.gif}"});
     return rows;
 }
 
@@ -62,18 +53,17 @@ void PrintTo(const Row& row, std::ostream* out) {
 
 const std::string PASSWORD = "a client password";
 
+std::string pattern(size_t size) {  // every byte value
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 4096);
+    return bytes;
+}
+
 std::string encrypt(const std::string& password, const std::string& plain) {
     StringCrypto crypto(password.c_str(), true);
     return Hex::encode(crypto.cipher(reinterpret_cast<const unsigned char*>(plain.data()),
                                      static_cast<int>(plain.size())));
-}
-
-// "@N" is N bytes of a pattern that has every byte value.
-std::string content(const std::string& text) {
-    std::string bytes(text[0] == '@' ? std::stoul(text.substr(1)) : 0, '\0');
-    for (size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<char>(i * 7 + i / 4096);
-    return text[0] == '@' ? bytes : text;
 }
 
 std::string expand(const std::string& escaped, const Pairs& names) {
@@ -100,7 +90,7 @@ std::string expand(const std::string& escaped, const Pairs& names) {
         std::string value =
             name == "q" ? "cmd=img&p=" + encrypt(Copyright::getConstStr(), PASSWORD) +
                               "&i=" + encrypt(PASSWORD, arg)
-            : name == "file" ? content(arg)
+            : name == "file" ? pattern(std::stoul(arg.substr(1)))
                              : "Connection: keep-alive\nContent-Type: application/octet-stream\n"
                                "Accept-Ranges: bytes\nLast-Modified: " +
                                    date + "\nEtag: \"" + date +
@@ -123,20 +113,21 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
         if (!peer && (l.first == "peer" || l.first == "tls" || l.first == "silent"))
             peer.reset(new ScriptedServer(l.first == "tls"));
     }
-    char program[PATH_MAX] = "";
+    const std::string program = std::filesystem::canonical(TESSAVANT_BIN);
     const Pairs names = {{"dir", dir},
                          {"peer", peer ? peer->url() : ""},
                          {"port", peer ? std::to_string(peer->port) : ""},
                          {"T", "Content-type: text/plain\n\n"},
                          {"id", Copyright::get()},
                          {"p", encrypt(Copyright::getConstStr(), PASSWORD)},
-                         {"bin", ::realpath(TESSAVANT_BIN, program)},
+                         {"bin", program},
                          {"closed", std::to_string(ScriptedServer::freePort())}};
     Process::Environment env;
     std::vector<std::string> args, sent;
     std::vector<ScriptedServer::Exchange> script;
     std::string in, out;
-    int signal = 0, limit = std::getenv("TESSAVANT_MEMCHECK") ? 300 : 60;
+    const bool memcheck = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
+    int signal = 0;
     bool stop = false;
     for (const auto& [key, text] : row.lines) {
         const std::string value = key == "env" ? "" : expand(text, names);  // env: item by item
@@ -145,36 +136,34 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             const std::string item = expand(text.substr(at, end - at), names);
             env.emplace_back(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
         }
+        const size_t space = value.find(' ');
         if (key == "arg")
             args.push_back(value);
-        else if (key == "in")
-            in += value;
+        else if (key == "in" || key == "out")
+            (key == "in" ? in : out) += value;
         else if (key == "file") {
-            const std::string path = dir + "/" + text.substr(0, text.find(' '));
-            std::ofstream(path, std::ios::binary) << content(value.substr(value.find(' ') + 1));
-            struct utimbuf times = {784111777, 784111777};  // Sun, 06 Nov 1994 08:49:37 GMT
+            const std::string path = dir + "/" + value.substr(0, space);
+            std::ofstream(path, std::ios::binary) << value.substr(space + 1);
+            const utimbuf times = {784111777, 784111777};  // Sun, 06 Nov 1994 08:49:37 GMT
             ::utime(path.c_str(), &times);
         } else if (key == "link")
-            ::symlink(value.substr(value.find(' ') + 1).c_str(),
-                      (dir + "/" + value.substr(0, value.find(' '))).c_str());
-        else if (key == "within")
-            limit = std::stoi(value);
+            ::symlink(value.substr(space + 1).c_str(),
+                      (dir + "/" + value.substr(0, space)).c_str());
         else if (key == "peer" || key == "tls")
             script.push_back({{value}}), sent.emplace_back();
         else if (key == "more")
             script.back().pieces.push_back(value);
         else if (key == "sent")
             sent.back() = value;
-        else if (key == "out")
-            out += value;
         else if (key == "signal")
             signal = std::stoi(value);
         stop = stop || key == "stop";
     }
+    if (env.empty() && args.empty())
+        env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", expand("{q:{peer}/a.gif}", names)}};
     if (peer)
         peer->serve(script);
     const std::string log = dir + "/memcheck.log";
-    const bool memcheck = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
     std::string run = program;
     // Through FastCGI an intake failure ends the request with status 1.
     int status = signal == 0 ? 0 : socket.empty() ? -1 : 1;
@@ -186,7 +175,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
                     {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
     }
-    Process::Result r = Process::run(run, args, env, in, limit, dir, stop);
+    Process::Result r = Process::run(run, args, env, in, memcheck ? 300 : 60, dir, stop);
     // valgrind adds to the environment.
     EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
     EXPECT_EQ(std::make_tuple(r.err, r.status, r.signal), std::make_tuple("", status, signal));
