@@ -1,9 +1,7 @@
 # For the shell tests, bench/run and scripts/demo: $T, servers that die with the script, bounded waits, checks.
-T=$(mktemp -d /tmp/tessavant-XXXXXX)
-pids=() failures=0
+T=$(mktemp -d /tmp/tessavant-XXXXXX) pids=() failures=0
 cleanup() { for p in "${pids[@]}"; do stop "$p"; done; rm -rf "$T"; }
-trap cleanup EXIT
-trap 'exit 1' INT TERM
+trap cleanup EXIT && trap 'exit 1' INT TERM
 fail() { echo "FAIL: $*"; tail -n 20 "$T"/*.log 2> /dev/null; exit 1; }
 
 busy() { (exec 3<> "/dev/tcp/127.0.0.1/$1") 2> /dev/null; }
@@ -12,8 +10,7 @@ free_port() {
     for _ in {1..50}; do port=$((20000 + RANDOM % 12000)); [[ " $* " == *" $port "* ]] || busy "$port" || { echo "$port"; return; }; done
     fail "no free port on 127.0.0.1"
 }
-# Servers live in a pid namespace so that they die with the test: a user who can make none (in a chroot) skips.
-# Run by root, their workers are $user, www-data, who gets $T.
+# Servers live in a pid namespace to die with the test (a user who can make none skips); as root their workers are $user, who owns $T.
 need_namespaces() {
     [ "$(id -u)" -ne 0 ] || { user=www-data && chown -R www-data: "$T" && return; }
     unshare --user --map-current-user --pid --fork true 2> /dev/null || { echo "skipped: no pid namespace for this user (a chroot?)"; exit 77; }
