@@ -28,6 +28,7 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 struct Row {
     int line = 0;
     Pairs lines;  // directive, text
+    std::string ref = "{peer}/a.gif";
 };
 
 std::vector<Row> load() {
@@ -41,8 +42,17 @@ std::vector<Row> load() {
         if (blank)
             rows.push_back({number, {}}), blank = 0;
         const size_t space = std::min(line.find(' '), line.size());
-        rows.back().lines.emplace_back(line.substr(0, space),
-                                       line.substr(space + (space < line.size())));
+        std::string key = line.substr(0, space), text = line.substr(space + (space < line.size()));
+        if (key == "get") {  // get REF [N=V ...] [=> OUT]
+            const size_t arrow = std::min(text.find(" => "), text.size()),
+                         end = std::min(text.find(' '), arrow);
+            if (arrow < text.size())
+                rows.back().lines.emplace_back("out", text.substr(arrow + 4));
+            rows.back().ref = text.substr(0, end);
+            key = "env", text = "REQUEST_METHOD=GET QUERY_STRING={q:" + rows.back().ref + "}" +
+                                text.substr(end, arrow - end);
+        }
+        rows.back().lines.emplace_back(key, text);
     }
     return rows;
 }
@@ -114,7 +124,9 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             peer.reset(new ScriptedServer(l.first == "tls"));
     }
     const std::string program = std::filesystem::canonical(TESSAVANT_BIN);
-    const Pairs names = {{"dir", dir},
+    const Pairs names = {{"e", "{T}e={ref} - "},  // in this order: later names expand earlier ones
+                         {"ref", row.ref},
+                         {"dir", dir},
                          {"peer", peer ? peer->url() : ""},
                          {"port", peer ? std::to_string(peer->port) : ""},
                          {"T", "Content-type: text/plain\n\n"},
@@ -160,7 +172,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
         stop = stop || key == "stop";
     }
     if (env.empty() && args.empty())
-        env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", expand("{q:{peer}/a.gif}", names)}};
+        env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", expand("{q:{ref}}", names)}};
     if (peer)
         peer->serve(script);
     const std::string log = dir + "/memcheck.log";
