@@ -41,16 +41,16 @@ std::vector<Row> load() {
             continue;
         if (blank)
             rows.push_back({number, {}}), blank = 0;
+        const size_t arrow = line.find(" => ");  // "=> OUT" ends a line with the expected reply
+        if (arrow != std::string::npos)
+            rows.back().lines.emplace_back("out", line.substr(arrow + 4)), line.resize(arrow);
         const size_t space = std::min(line.find(' '), line.size());
         std::string key = line.substr(0, space), text = line.substr(space + (space < line.size()));
-        if (key == "get") {  // get REF [N=V ...] [=> OUT]
-            const size_t arrow = std::min(text.find(" => "), text.size()),
-                         end = std::min(text.find(' '), arrow);
-            if (arrow < text.size())
-                rows.back().lines.emplace_back("out", text.substr(arrow + 4));
+        if (key == "get") {  // get REF [N=V ...]
+            const size_t end = std::min(text.find(' '), text.size());
             rows.back().ref = text.substr(0, end);
-            key = "env", text = "REQUEST_METHOD=GET QUERY_STRING={q:" + rows.back().ref + "}" +
-                                text.substr(end, arrow - end);
+            key = "env", text = "REQUEST_METHOD=GET QUERY_STRING={q:" + text.substr(0, end) + "}" +
+                                text.substr(end);
         }
         rows.back().lines.emplace_back(key, text);
     }
