@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <stdexcept>
 
@@ -17,8 +16,8 @@ int Process::start(const std::string& program, const std::vector<std::string>& a
                    const Environment& env, const int standard[3], const std::string& directory) {
     std::vector<std::string> strings{program};
     strings.insert(strings.end(), args.begin(), args.end());
-    for (const auto& e : env)
-        strings.push_back(e.first + "=" + e.second);
+    for (const auto& [name, value] : env)
+        strings.push_back(name + "=" + value);
     std::vector<char*> argv, envp;
     for (size_t i = 0; i < strings.size(); ++i)
         (i <= args.size() ? argv : envp).push_back(&strings[i][0]);
@@ -67,12 +66,9 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     char buffer[65536];
     for (int stops = 0; std::chrono::steady_clock::now() < deadline;) {
-        pollfd p = {out[0], POLLIN, 0};
-        if (::poll(&p, 1, 100) != 1)
+        if (pollfd p = {out[0], POLLIN, 0}; ::poll(&p, 1, 100) != 1)
             continue;
         const ssize_t n = ::read(out[0], buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
         if (n <= 0)
             break;
         r.out.append(buffer, static_cast<size_t>(n));

@@ -20,9 +20,7 @@ class Process {
                       const Environment& env, const std::string& input = "",
                       int timeoutSeconds = 60, const std::string& directory = "",
                       bool stopWhileWriting = false);
-    // In the background with the given standard descriptors; returns the pid.
     static int start(const std::string& program, const std::vector<std::string>& args,
                      const Environment& env, const int standard[3], const std::string& directory);
-    // SIGTERM, then SIGKILL after five seconds; returns the wait status.
-    static int stop(int pid);
+    static int stop(int pid);  // SIGTERM, then SIGKILL after five seconds; the wait status
 };

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <openssl/x509.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -53,12 +54,6 @@ ScriptedServer::~ScriptedServer() {
     SSL_CTX_free(context);
 }
 
-int ScriptedServer::freePort() {
-    int port = 0;
-    ::close(listenOnLoopback(port));
-    return port;
-}
-
 std::string ScriptedServer::url() const {
     return (context ? "https://" : "http://") + (PEER + (":" + std::to_string(port)));
 }
@@ -73,49 +68,42 @@ bool ScriptedServer::finish() {
     return done;
 }
 
-// Appends what one receive gave; false at the end of the stream.
-bool ScriptedServer::take(int client, SSL* ssl) {
-    char chunk[65536];
-    const int n = ssl ? SSL_read(ssl, chunk, sizeof chunk)
-                      : static_cast<int>(::recv(client, chunk, sizeof chunk, 0));
-    requests.back().append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
-    return n > 0;
-}
-
 void ScriptedServer::run(std::vector<Exchange> script) {
+    sigset_t pipe;  // a write to a client that has gone fails with EPIPE, raising nothing
+    sigemptyset(&pipe), sigaddset(&pipe, SIGPIPE), pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     for (const auto& step : script) {
         const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0)
             break;
-        requests.emplace_back();
-        SSL* ssl = context ? SSL_new(context) : nullptr;
-        if (ssl == nullptr || (SSL_set_fd(ssl, client) && SSL_accept(ssl) == 1)) {
-            // A TLS hello sent to the plain peer (0x16) is no request to wait for.
-            while (requests.back().find("\r\n\r\n") == std::string::npos &&
-                   requests.back().find('\x16') != 0 && take(client, ssl)) {
-            }
-            for (size_t i = 0; i < step.pieces.size(); ++i) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(i > 0 ? 50 : 0));
-                const std::string& piece = step.pieces[i];
-                if (ssl)
-                    SSL_write(ssl, piece.data(), static_cast<int>(piece.size()));
-                else
-                    ::send(client, piece.data(), piece.size(), MSG_NOSIGNAL);
-            }
-            if (step.reset) {  // once the client has had time to read the reply
-                std::this_thread::sleep_for(std::chrono::milliseconds(100));
-                linger abortive = {1, 0};
-                ::setsockopt(client, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-            } else {  // read on until the client closes: an unread byte would reset
-                if (ssl)
-                    SSL_shutdown(ssl);
-                ::shutdown(client, SHUT_WR);
-                while (take(client, ssl)) {
-                }
+        BIO* io = BIO_new_socket(client, BIO_CLOSE);
+        if (context)
+            io = BIO_push(BIO_new_ssl(context, 0), io);
+        std::string& request = requests.emplace_back();
+        char chunk[65536];
+        auto take = [&] {  // false at the end of the stream
+            const int n = BIO_read(io, chunk, sizeof chunk);
+            request.append(chunk, n > 0 ? static_cast<size_t>(n) : 0);
+            return n > 0;
+        };
+        // A TLS hello sent to the plain peer (0x16) is no request to wait for.
+        while (request.find("\r\n\r\n") == std::string::npos && request.find('\x16') != 0 &&
+               take()) {
+        }
+        for (size_t i = 0; i < step.pieces.size(); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(i > 0 ? 50 : 0));
+            BIO_write(io, step.pieces[i].data(), static_cast<int>(step.pieces[i].size()));
+        }
+        if (step.reset) {  // once the client has had time to read the reply
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            linger abortive = {1, 0};
+            ::setsockopt(client, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
+        } else {  // read on until the client closes: an unread byte would reset
+            BIO_ssl_shutdown(io);
+            ::shutdown(client, SHUT_WR);
+            while (take()) {
             }
         }
-        SSL_free(ssl);
-        ::close(client);
+        BIO_free_all(io);
     }
     done = true;
 }

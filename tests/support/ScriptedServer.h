@@ -20,15 +20,14 @@ class ScriptedServer {
     ~ScriptedServer();
     std::string url() const;  // "http://127.0.0.1:<port>" or "https://..."
     void serve(std::vector<Exchange> script);
-    bool finish();  // false when the script took too long
-    static int freePort();
+    bool finish();                                           // false when the script took too long
+    static int freePort() { return ScriptedServer().port; }  // nothing listens there after
 
     int port = 0;
     std::vector<std::string> requests;  // what each client sent; read after finish()
 
   private:
     void run(std::vector<Exchange> script);
-    bool take(int client, SSL* ssl);
 
     SSL_CTX* context = nullptr;
     int listener = -1;
