@@ -51,7 +51,6 @@ int Process::stop(int pid) {
 Process::Result Process::run(const std::string& program, const std::vector<std::string>& args,
                              const Environment& env, const std::string& input, int timeoutSeconds,
                              const std::string& directory, bool stopWhileWriting) {
-    ::signal(SIGPIPE, SIG_IGN);  // a scripted peer's client may be gone
     // Input and errors go through files: only the output is read while it runs.
     TempDir files;
     const int in = ::open(files.write("in", input).c_str(), O_RDONLY | O_CLOEXEC),

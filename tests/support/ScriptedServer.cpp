@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <thread>
 
 #include "base/Policy.h"
 
@@ -48,8 +49,8 @@ ScriptedServer::ScriptedServer(bool tls)
 
 ScriptedServer::~ScriptedServer() {
     ::shutdown(listener, SHUT_RDWR);  // ends a waiting accept
-    if (worker.joinable())
-        worker.join();
+    if (worker.valid())
+        worker.wait();
     ::close(listener);
     SSL_CTX_free(context);
 }
@@ -59,13 +60,11 @@ std::string ScriptedServer::url() const {
 }
 
 void ScriptedServer::serve(std::vector<Exchange> script) {
-    worker = std::thread(&ScriptedServer::run, this, std::move(script));
+    worker = std::async(std::launch::async, &ScriptedServer::run, this, std::move(script));
 }
 
 bool ScriptedServer::finish() {
-    for (int i = 0; i < 1000 && !done; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return done;
+    return worker.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
 }
 
 void ScriptedServer::run(std::vector<Exchange> script) {
@@ -105,5 +104,4 @@ void ScriptedServer::run(std::vector<Exchange> script) {
         }
         BIO_free_all(io);
     }
-    done = true;
 }

@@ -2,9 +2,8 @@
 
 #include <openssl/ssl.h>
 
-#include <atomic>
+#include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 // A peer at a free port, plain or TLS: per connection it reads a request to its
@@ -31,6 +30,5 @@ class ScriptedServer {
 
     SSL_CTX* context = nullptr;
     int listener = -1;
-    std::thread worker;
-    std::atomic<bool> done{false};
+    std::future<void> worker;
 };
