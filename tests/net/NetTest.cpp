@@ -38,14 +38,12 @@ TEST(Socket, ExchangesOneReceiveOfAtMost1024BytesCutAtAZeroAndNamesFailedCalls) 
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     Paired client(ends[0]);
-    client << "PING";
     std::string reply(2000, 'r'), first, second;
     reply[4] = reply[1500] = '\0';
-    EXPECT_EQ(::recv(ends[1], &reply[0], 4, MSG_DONTWAIT), 4);
     EXPECT_EQ(::send(ends[1], reply.data(), reply.size(), 0), 2000);
     ::close(ends[1]);
     client >> first >> second;
-    EXPECT_EQ(first + "|" + second, "PING|" + std::string(1500 - 1024, 'r'));
+    EXPECT_EQ(first + "|" + second, "rrrr|" + std::string(1500 - 1024, 'r'));
     char b[4];
     EXPECT_EQ(client.recv(b, sizeof b) + client.recv(b, 0) + client.recv(nullptr, 4), 0);
     client.close();
@@ -70,12 +68,9 @@ class TestConnection : public HttpConnection {
     }
     // Aims the cursor (just past the buffer) at a line feed; request() resets it.
     bool plantLineFeedAfterBuffer() {
-        if (reinterpret_cast<char*>(&cursor) != buffer + BUFFER_SIZE)
-            return false;
-        for (int k = 0; k < 256; ++k)
-            if ((reinterpret_cast<uintptr_t>(buffer + k) & 0xff) == '\n')
-                cursor = buffer + k;
-        return *reinterpret_cast<char*>(&cursor) == '\n';
+        cursor = buffer + (('\n' - reinterpret_cast<uintptr_t>(buffer)) & 0xff);
+        return reinterpret_cast<char*>(&cursor) == buffer + BUFFER_SIZE &&
+               *reinterpret_cast<char*>(&cursor) == '\n';
     }
     mutable std::vector<std::string> writes;
     mutable int calls = 0;

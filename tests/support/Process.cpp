@@ -64,14 +64,12 @@ Process::Result Process::run(const std::string& program, const std::vector<std::
     Result r;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     char buffer[65536];
-    for (int stops = 0; std::chrono::steady_clock::now() < deadline;) {
+    for (ssize_t n = 1, stops = 0; n > 0 && std::chrono::steady_clock::now() < deadline;) {
         if (pollfd p = {out[0], POLLIN, 0}; ::poll(&p, 1, 100) != 1)
             continue;
-        const ssize_t n = ::read(out[0], buffer, sizeof buffer);
-        if (n <= 0)
-            break;
-        r.out.append(buffer, static_cast<size_t>(n));
-        if (stopWhileWriting && stops++ < 64)
+        if ((n = ::read(out[0], buffer, sizeof buffer)) > 0)
+            r.out.append(buffer, static_cast<size_t>(n));
+        if (n > 0 && stopWhileWriting && stops++ < 64)
             ::kill(pid, SIGSTOP), ::usleep(1000), ::kill(pid, SIGCONT);
     }
     ::close(out[0]);

@@ -10,8 +10,7 @@ class Process {
   public:
     struct Result {
         std::string out, err;
-        int status = -1;  // exit status, or -1 when ended by a signal
-        int signal = 0;   // the ending signal, or 0
+        int status = -1, signal = 0;  // the exit status or -1; the ending signal or 0
     };
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
