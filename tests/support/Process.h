@@ -15,8 +15,7 @@
 
 #include "tests/support/TempDir.h"
 
-// Runs a program with exactly the given environment (in this order), arguments
-// and input. Children die with the test process; every wait is bounded.
+// Runs a program with exactly this environment, in order; children die with the test process.
 class Process {
   public:
     struct Result {
@@ -52,7 +51,6 @@ class Process {
     }
 
     static int stop(int pid) {  // SIGTERM, then SIGKILL after five seconds; the wait status
-
         int status = -1;
         ::kill(pid, SIGTERM);
         for (int i = 0; i < 100 && ::waitpid(pid, &status, WNOHANG) == 0; ++i)
@@ -62,38 +60,35 @@ class Process {
         return status;
     }
 
-    // stopWhileWriting stops and resumes the child often, to break up its large writes.
+    // timeout in seconds; stopWhileWriting stops and resumes the child, breaking up its writes.
     static Result run(const std::string& program, const std::vector<std::string>& args,
-                      const Environment& env, const std::string& input = "",
-                      int timeoutSeconds = 60, const std::string& directory = "",
-                      bool stopWhileWriting = false) {
+                      const Environment& env, const std::string& input = "", int timeout = 60,
+                      const std::string& directory = "", bool stopWhileWriting = false) {
         // Input and errors go through files: only the output is read while it runs.
         TempDir files;
         const int in = ::open(files.write("in", input).c_str(), O_RDONLY | O_CLOEXEC),
                   err = ::open(files.write("err", "").c_str(), O_WRONLY | O_CLOEXEC);
         int out[2];
+        std::string output;
         if (in < 0 || err < 0 || ::pipe2(out, O_CLOEXEC) != 0)
             throw std::runtime_error("cannot make the standard descriptors");
         const int standard[3] = {in, out[1], err};
         const int pid = start(program, args, env, standard, directory);
         ::close(in), ::close(out[1]), ::close(err);
-        Result r;
-        const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout);
         char buffer[65536];
         for (ssize_t n = 1, stops = 0; n > 0 && std::chrono::steady_clock::now() < deadline;) {
             if (pollfd p = {out[0], POLLIN, 0}; ::poll(&p, 1, 100) != 1)
                 continue;
             if ((n = ::read(out[0], buffer, sizeof buffer)) > 0)
-                r.out.append(buffer, static_cast<size_t>(n));
+                output.append(buffer, static_cast<size_t>(n));
             if (n > 0 && stopWhileWriting && stops++ < 64)
                 ::kill(pid, SIGSTOP), ::usleep(1000), ::kill(pid, SIGCONT);
         }
         ::close(out[0]);
         const int status = stop(pid);  // at once when it has ended already
-        r.err = readFile(files.path() + "/err");
-        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-        return r;
+        return {output, readFile(files.path() + "/err"),
+                WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                WIFSIGNALED(status) ? WTERMSIG(status) : 0};
     }
 };

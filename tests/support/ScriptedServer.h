@@ -83,8 +83,7 @@ class ScriptedServer {
             if (client < 0)
                 break;
             BIO* io = BIO_new_socket(client, BIO_CLOSE);
-            if (context)
-                io = BIO_push(BIO_new_ssl(context, 0), io);
+            io = context ? BIO_push(BIO_new_ssl(context, 0), io) : io;
             std::string& request = requests.emplace_back();
             char chunk[65536];
             auto take = [&] {  // false at the end of the stream
@@ -93,8 +92,7 @@ class ScriptedServer {
                 return n > 0;
             };
             // A TLS hello sent to the plain peer (0x16) is no request to wait for.
-            while (request.find("\r\n\r\n") == std::string::npos && request.find('\x16') != 0 &&
-                   take()) {
+            while (request.find("\r\n\r\n") == request.npos && request[0] != '\x16' && take()) {
             }
             for (size_t i = 0; i < step.pieces.size(); ++i) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(i > 0 ? 50 : 0));
