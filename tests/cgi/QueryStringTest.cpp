@@ -13,9 +13,7 @@ TEST(QueryString, KeysAreLowerCasedValuesLoseOneQuoteAtEachEndAndDecodeWorksInPl
     const std::pair<std::string, const char*> decoded[] = {
         {"a+b%2Bc%41", "a b+cA"}, {"%2541", "%41"}, {"x%4g", "x\x04"},
         {"x%g4yz", "x"},          {"ab%", "ab"},    {"ab%4", "ab\x04"}};
-    for (const auto& [in, out] : decoded) {
-        std::vector<char> text(in.c_str(), in.c_str() + in.size() + 1);
-        EXPECT_STREQ(QueryString::decode(text.data()), out) << in;
-    }
+    for (auto [in, out] : decoded)  // a copy, decoded in place
+        EXPECT_STREQ(QueryString::decode(&in[0]), out);
     EXPECT_EQ(QueryString::decode(nullptr), nullptr);
 }

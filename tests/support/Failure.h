@@ -9,8 +9,8 @@ template <typename F>
 std::string failureOf(F action) {
     try {
         action();
+        return "no failure";
     } catch (const Exception& e) {
         return e.getMessageCode();
     }
-    return "no failure";
 }

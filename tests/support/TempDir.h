@@ -4,20 +4,13 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 // A fresh directory under /tmp, removed with its content at destruction.
 class TempDir {
   public:
-    TempDir() {
-        char pattern[] = "/tmp/tessavant-test-XXXXXX";
-        dir = ::mkdtemp(pattern);
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
-    }
+    ~TempDir() { std::filesystem::remove_all(dir, ignored); }
     const std::string& path() const { return dir; }
     std::string write(const std::string& name, const std::string& content) const {  // its path
         std::ofstream(dir + "/" + name, std::ios::binary) << content;
@@ -25,11 +18,12 @@ class TempDir {
     }
 
   private:
-    std::string dir;
+    char pattern[27] = "/tmp/tessavant-test-XXXXXX";
+    const std::string dir = ::mkdtemp(pattern);
+    std::error_code ignored;
 };
 
 inline std::string readFile(const std::string& path) {  // "" when it cannot be read
-    std::ostringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
