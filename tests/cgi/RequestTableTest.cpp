@@ -139,7 +139,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     std::vector<ScriptedServer::Exchange> script;
     std::string in, out;
     const bool memcheck = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
-    int signal = 0;
+    int signal = 0, limit = memcheck ? 300 : 60;
     bool stop = false;
     for (const auto& [key, text] : row.lines) {
         const std::string value = key == "env" ? "" : expand(text, names);  // env: item by item
@@ -167,8 +167,8 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             script.back().pieces.push_back(value);
         else if (key == "sent")
             sent.back() = value;
-        else if (key == "signal")
-            signal = std::stoi(value);
+        else if (key == "signal" || key == "silent")
+            (key == "signal" ? signal : limit) = std::stoi(value);
         stop = stop || key == "stop";
     }
     if (env.empty() && args.empty())
@@ -187,7 +187,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
                     {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
     }
-    Process::Result r = Process::run(run, args, env, in, memcheck ? 300 : 60, dir, stop);
+    Process::Result r = Process::run(run, args, env, in, limit, dir, stop);
     // valgrind adds to the environment.
     EXPECT_TRUE(memcheck || r.out == out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
     EXPECT_EQ(std::make_tuple(r.err, r.status, r.signal), std::make_tuple("", status, signal));
