@@ -10,7 +10,10 @@
 // A fresh directory under /tmp, removed with its content at destruction.
 class TempDir {
   public:
-    ~TempDir() { std::filesystem::remove_all(dir, ignored); }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
     const std::string& path() const { return dir; }
     std::string write(const std::string& name, const std::string& content) const {  // its path
         std::ofstream(dir + "/" + name, std::ios::binary) << content;
@@ -20,7 +23,6 @@ class TempDir {
   private:
     char pattern[27] = "/tmp/tessavant-test-XXXXXX";
     const std::string dir = ::mkdtemp(pattern);
-    std::error_code ignored;
 };
 
 inline std::string readFile(const std::string& path) {  // "" when it cannot be read
