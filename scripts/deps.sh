@@ -37,14 +37,15 @@ install_missing() {
 # bench/run need; only bench/run uses openssl and lighttpd-mod-openssl.
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl curl lighttpd
     lighttpd-mod-openssl)
-# What the tests and the package need on top: file for cpack's DEB generator,
-# dpkg-dev and binutils for the package's computed dependencies, man-db for
-# the manual pages, iproute2 for network namespaces, libfcgi-bin (cgi-fcgi) and
+# What the tests and the package need on top: ninja-build for the builds of
+# scripts/test and scripts/fuzz, file for cpack's DEB generator, dpkg-dev and
+# binutils for the package's computed dependencies, man-db for the manual
+# pages, iproute2 for network namespaces, libfcgi-bin (cgi-fcgi) and
 # spawn-fcgi for the FastCGI runs (it also starts the responder for nginx in
 # the deployment tests, mod_fcgid for Apache), libssl3 for https at run time,
 # varnish for the caching front, systemd for systemd-analyze (nothing here
 # boots it).
-TEST_PACKAGES=(libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi
+TEST_PACKAGES=(ninja-build libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi
     libssl3 util-linux varnish systemd
     apache2-bin libapache2-mod-fcgid nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
