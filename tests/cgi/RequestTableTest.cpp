@@ -184,7 +184,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
     else if (memcheck) {
         run = "/usr/bin/valgrind";
         args.insert(args.begin(),
-                    {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
+                    {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes", "--vgdb=no",
                      "--errors-for-leak-kinds=definite,indirect", "--log-file=" + log, program});
     }
     Process::Result r = Process::run(run, args, env, in, limit, dir, stop);
