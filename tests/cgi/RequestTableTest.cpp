@@ -19,11 +19,10 @@
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
 
-#ifndef TESSAVANT_TABLE
-#define TESSAVANT_TABLE "requests.txt"
-#endif
-
 namespace {
+// run-policy-table names a program built with policy.conf, for policy.txt.
+const char* const POLICY_BIN = std::getenv("TESSAVANT_POLICY_BIN");
+const std::string TABLE = POLICY_BIN ? "policy.txt" : "requests.txt";
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 struct Row {
     int line = 0;
@@ -33,7 +32,7 @@ struct Row {
 
 std::vector<Row> load() {
     std::vector<Row> rows;
-    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" TESSAVANT_TABLE);
+    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" + TABLE);
     std::string line;
     for (int number = 1, blank = 1; std::getline(table, line); ++number) {
         blank = blank || line.empty();
@@ -58,7 +57,7 @@ std::vector<Row> load() {
 }
 
 void PrintTo(const Row& row, std::ostream* out) {
-    *out << TESSAVANT_TABLE ":" << row.line;
+    *out << TABLE << ":" << row.line;
 }
 
 const std::string PASSWORD = "a client password";
@@ -123,7 +122,7 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
         if (!peer && (l.first == "peer" || l.first == "tls" || l.first == "silent"))
             peer.reset(new ScriptedServer(l.first == "tls"));
     }
-    const std::string program = std::filesystem::canonical(TESSAVANT_BIN);
+    const std::string program = std::filesystem::canonical(POLICY_BIN ? POLICY_BIN : TESSAVANT_BIN);
     const Pairs names = {{"e", "{T}e={ref} - "},  // in this order: later names expand earlier ones
                          {"ref", row.ref},
                          {"dir", dir},

@@ -7,13 +7,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "base/Policy.h"
 
 // A peer at a free port, plain or TLS: per connection it reads a request to its
 // blank line, then sends its script's next exchange. Every wait is bounded.
@@ -57,8 +56,10 @@ class ScriptedServer {
     std::vector<std::string> requests;  // what each client sent; read after finish()
 
   private:
-    // A policy build refuses loopback: its peers are in run-policy-table's namespace.
-    static const char* peer() { return Policy::ENABLED ? "198.51.100.1" : "127.0.0.1"; }
+    // A policy refuses loopback: run-policy-table's peers are in its namespace.
+    static const char* peer() {
+        return std::getenv("TESSAVANT_POLICY_BIN") ? "198.51.100.1" : "127.0.0.1";
+    }
 
     static SSL_CTX* tlsContext() {
         SSL_CTX* context = SSL_CTX_new(TLS_server_method());
