@@ -8,10 +8,9 @@
 # removed afterwards, whatever happened. Services already running are left
 # alone: the same policy keeps apt-get from restarting them.
 install_missing() {
-    local missing=() p sudo=""
-    for p in "$@"; do
-        [ "$(dpkg-query -W -f='${Status}' "$p" 2> /dev/null)" = "install ok installed" ] || missing+=("$p")
-    done
+    local missing=() p sudo="" installed
+    installed=$'\n'$(dpkg-query -W -f='${Status} ${Package}\n' 2> /dev/null | sed -n 's/^install ok installed //p')$'\n'
+    for p in "$@"; do [[ $installed == *$'\n'$p$'\n'* ]] || missing+=("$p"); done
     [ ${#missing[@]} -eq 0 ] && return 0
     echo "Installing: ${missing[*]}"
     if [ "$(id -u)" -ne 0 ]; then
