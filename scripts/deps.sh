@@ -43,10 +43,10 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl 
 # spawn-fcgi for the FastCGI runs (it also starts the responder for nginx in
 # the deployment tests, mod_fcgid for Apache), libssl3 for https at run time,
 # varnish for the caching front, systemd for systemd-analyze (nothing here
-# boots it).
-TEST_PACKAGES=(ninja-build libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi
+# boots it), python3 for the slow origin that the FastCGI tests fetch from.
+TEST_PACKAGES=(ninja-build libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi python3
     libssl3 util-linux varnish systemd
     apache2-bin libapache2-mod-fcgid nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
 # What bench/run needs on top of the build packages.
-BENCH_PACKAGES=(libbenchmark-dev wrk)
+BENCH_PACKAGES=(libbenchmark-dev wrk python3)
