@@ -16,10 +16,6 @@ class FastCgiExchange : public Exchange {
     bool write(const char* first, size_t firstLength, const char* second = nullptr,
                size_t secondLength = 0) override;
 
-    // Serves requests on the listening socket that is standard input, one
-    // after another, until SIGTERM; returns the exit status.
-    static int serve();
-
   private:
     FCGX_Request& request;
 };

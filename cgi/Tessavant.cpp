@@ -123,10 +123,6 @@ void Tessavant::serverInformation() {
 }
 
 void Tessavant::image(QueryString& q) {
-    // One chunk of the body at a time; the file is never held whole. The
-    // buffer serves every request of the process.
-    static char buffer[COPY_BUFFER_SIZE];
-
     std::unique_ptr<File> file;
     std::string reference;
     // Header text not yet written: it goes out together with the first chunk.
@@ -169,6 +165,10 @@ void Tessavant::image(QueryString& q) {
             "Content-Length: " +
             std::to_string(length) + "\n\n";
 
+        // One chunk of the body at a time; the file is never held whole. The
+        // buffer is the request's own: requests in flight at once each have one.
+        std::unique_ptr<char[]> owned(new char[COPY_BUFFER_SIZE]);
+        char* const buffer = owned.get();
         // A local file's bytes are handed over by descriptor, so that the
         // exchange can move them without a copy; the header goes first.
         auto* local = dynamic_cast<StdioFile*>(file.get());

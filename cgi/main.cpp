@@ -5,7 +5,7 @@
 #include <exception>
 
 #include "cgi/CgiExchange.h"
-#include "cgi/FastCgiExchange.h"
+#include "cgi/FastCgiServer.h"
 #include "cgi/Tessavant.h"
 
 extern char** environ;
@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     // A command-line argument is always the request text of one run.
     if (argc < 2 && listeningOnStandardInput())
-        return FastCgiExchange::serve();
+        return FastCgiServer::serve();
     CgiExchange exchange(environ);
     return Tessavant(exchange, argc >= 2 ? argv[1] : nullptr).run();
 }

@@ -8,8 +8,8 @@
 #define COUNTED_PTR_POP_DIAGNOSTIC
 #endif
 
-// A reference-counted owning pointer. The count is a plain int: the program
-// has one thread. A null pointer allocates no control block.
+// A reference-counted owning pointer. The count is a plain int: a buffer
+// never leaves the request, and so the thread, that made it. A null pointer allocates no control block.
 template <class T>
 class counted_ptr {
   public:

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <fcgiapp.h>
+
+// The FastCGI responder: one process that answers many requests at once on
+// the listening socket that is its standard input, each request on a thread
+// of a pool with its own FCGX_Request, running the same request code as a
+// CGI run. SIGTERM stops it gracefully: no new connection is accepted, every
+// request already accepted is answered, and the process exits 0; a second
+// SIGTERM ends it at once. Connections not yet accepted stay in the
+// listening socket for whoever listens on it next.
+class FastCgiServer {
+  public:
+    // Requests in flight when TESSAVANT_THREADS does not say: enough to keep
+    // hundreds of remote fetches waiting on their origins at once.
+    static constexpr int DEFAULT_THREADS = 512;
+    static constexpr int MAX_THREADS = 4096;
+
+    // The pool's size for a TESSAVANT_THREADS value (may be null): a plain
+    // decimal number from 1, at most MAX_THREADS; anything else gets the
+    // default.
+    static int threads(const char* value);
+
+    // Serves until stopped; returns the exit status.
+    static int serve();
+
+  private:
+    static void* work(void*);
+    // The next request for this thread, on the connection the web server
+    // kept open or on a newly accepted one; false once the server stops.
+    static bool next(FCGX_Request& request);
+    static bool acceptNext(FCGX_Request& request);
+    // Waits until fd is readable (true) or the server stops (false; but a
+    // kept connection's request that has arrived is still taken).
+    static bool readable(int fd, bool kept);
+    static void* watchSignals(void*);
+    static void stop();
+};
