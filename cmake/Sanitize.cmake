@@ -1,13 +1,18 @@
-# Sanitizer build (AddressSanitizer and UndefinedBehaviorSanitizer).
-option(TESSAVANT_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+# Sanitizer builds: ON for AddressSanitizer and UndefinedBehaviorSanitizer,
+# "thread" for ThreadSanitizer (the FastCGI responder's threads).
+set(TESSAVANT_SANITIZE OFF CACHE STRING "ON: AddressSanitizer and UndefinedBehaviorSanitizer; thread: ThreadSanitizer")
 
 if(TESSAVANT_SANITIZE)
   # Halt at the first finding of either sanitizer; keep frames, and the line
   # tables (-g1, which also overrides a Debug build's -g and builds a fifth
   # faster), for readable reports. Everything is built so, the tests and the
   # build tools included.
+  set(_checks address,undefined)
+  if(TESSAVANT_SANITIZE STREQUAL "thread")
+    set(_checks thread)
+  endif()
   set(TESSAVANT_SANITIZE_FLAGS
-      -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+      -fsanitize=${_checks} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_compile_options(${TESSAVANT_SANITIZE_FLAGS})
   add_link_options(${TESSAVANT_SANITIZE_FLAGS})
 
@@ -28,6 +33,9 @@ __attribute__((weak, used, visibility(\"default\"))) const char* __asan_default_
 }
 __attribute__((weak, used, visibility(\"default\"))) const char* __ubsan_default_options(void) {
     return \"print_stacktrace=1:halt_on_error=1\";
+}
+__attribute__((weak, used, visibility(\"default\"))) const char* __tsan_default_options(void) {
+    return \"halt_on_error=1:second_deadlock_stack=1\";
 }
 #ifdef __cplusplus
 }

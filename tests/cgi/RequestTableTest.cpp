@@ -2,8 +2,6 @@
 // exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or descriptor left open.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <utime.h>
 
@@ -15,6 +13,7 @@
 #include "crypto/Copyright.h"
 #include "crypto/Hex.h"
 #include "crypto/StringCrypto.h"
+#include "tests/support/FastCgi.h"
 #include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TempDir.h"
@@ -212,37 +211,28 @@ INSTANTIATE_TEST_SUITE_P(Table, Request, testing::ValuesIn(load()),
                              return "line" + std::to_string(info.param.line);
                          });
 
-long entries(int pid, const char* of) {  // its descriptors ("fd") or threads ("task")
-    using std::filesystem::directory_iterator;
-    return std::distance(directory_iterator("/proc/" + std::to_string(pid) + "/" + of), {});
-}
-
 // Every row through one responder with a listening socket as standard input:
 // nothing carries over, nothing of its own on output, SIGTERM ends it with 0.
 TEST(FastCgi, EveryRowThroughOneResponder) {
     TempDir dir;
     const std::string socket = dir.path() + "/socket";
-    sockaddr_un address = {AF_UNIX, {}};
-    socket.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(listener, 16), 0);
+    const int listener = listenAt(socket);
     const int log = ::open(dir.write("output", "").c_str(), O_WRONLY | O_CLOEXEC);
     const int standard[3] = {listener, log, log};
     const int pid = Process::start(TESSAVANT_BIN, {}, {}, standard, dir.path());
     ::close(log), ::close(listener);
     // What it holds of its own once its threads run; no request may add to it.
-    for (int i = 0; i < 200 && entries(pid, "task") < 2; ++i)
+    for (int i = 0; i < 200 && Process::count(pid, "task") < 2; ++i)
         ::usleep(10000);
-    const long idle = entries(pid, "fd");
+    const long idle = Process::count(pid, "fd");
     for (const Row& row : load()) {
         SCOPED_TRACE(testing::PrintToString(row));
         runRow(row, dir.path(), socket);
     }
     // The last connection may still be closing when its client has the reply.
-    for (int i = 0; i < 200 && entries(pid, "fd") > idle; ++i)
+    for (int i = 0; i < 200 && Process::count(pid, "fd") > idle; ++i)
         ::usleep(10000);
-    EXPECT_EQ(entries(pid, "fd"), idle);
+    EXPECT_EQ(Process::count(pid, "fd"), idle);
     const int status = Process::stop(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     EXPECT_EQ(readFile(dir.path() + "/output"), "");

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -48,6 +49,12 @@ class Process {
             ::_exit(127);
         }
         return pid;
+    }
+
+    // How many descriptors ("fd") or threads ("task") the process has.
+    static long count(int pid, const char* of) {
+        using std::filesystem::directory_iterator;
+        return std::distance(directory_iterator("/proc/" + std::to_string(pid) + "/" + of), {});
     }
 
     static int stop(int pid) {  // SIGTERM, then SIGKILL after five seconds; the wait status

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """slow-origin.py PORT DELAY SIZE: an http origin on 127.0.0.1:PORT that answers every GET after
 DELAY seconds with SIZE bytes (the same bytes each time) and a fixed Last-Modified, and closes.
-It never limits how many it serves at once; GET /peak answers at once with the most requests it
-has held at the same time (that request not counted). Ends on SIGTERM."""
+It never limits how many it serves at once; GET /peak and GET /held answer at once with the most
+requests it has held at the same time, and with those it holds now. Ends on SIGTERM."""
 import asyncio
 import signal
 import sys
@@ -18,8 +18,9 @@ async def answer(reader, writer):
     global held, peak
     try:
         request = await reader.readuntil(b"\r\n\r\n")
-        if request.split(b" ", 2)[1].endswith(b"/peak"):
-            text = str(peak).encode()
+        path = request.split(b" ", 2)[1]
+        if path.endswith((b"/peak", b"/held")):
+            text = str(peak if path.endswith(b"/peak") else held).encode()
             writer.write(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\nConnection: close\r\n\r\n%s"
                          % (len(text), text))
         else:

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+// A listening unix socket at path, to hand to a responder as its standard input.
+inline int listenAt(const std::string& path) {
+    sockaddr_un address = {AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener, 64) != 0)
+        throw std::runtime_error("cannot listen at " + path);
+    return listener;
+}
+
+// One request to a responder, as a web server sends it: parameters and body, then the reply's
+// records read back. Nothing throws: connecting, sending and each receive give up after ten
+// seconds, and a reply that did not end says so.
+class FastCgiClient {
+  public:
+    using Params = std::vector<std::pair<std::string, std::string>>;
+    struct Reply {
+        std::string out, err;
+        bool ended = false;  // the responder ended the request (status follows)
+        int status = -1;
+    };
+
+    explicit FastCgiClient(const std::string& path) {
+        sockaddr_un address = {AF_UNIX, {}};
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const timeval limit = {10, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+    ~FastCgiClient() { ::close(fd); }
+    FastCgiClient(const FastCgiClient&) = delete;
+    FastCgiClient& operator=(const FastCgiClient&) = delete;
+
+    void send(const Params& params, const std::string& body = "") {
+        std::string pairs;
+        for (const auto& [name, value] : params)
+            pairs += length(name.size()) + length(value.size()) + name + value;
+        std::string all =
+            record(1, std::string("\0\1\0\0\0\0\0\0", 8));  // a responder, one request
+        all += stream(4, pairs) + stream(5, body);
+        ::send(fd, all.data(), all.size(), MSG_NOSIGNAL);
+    }
+
+    // Reads until the request ends, the connection does, or up to limit output bytes; a slow
+    // reader pauses after each receive. Once the request has ended, it closes its side, as a web
+    // server does that keeps no connection.
+    Reply receive(size_t limit = std::string::npos, int pauseMs = 0) {
+        Reply reply;
+        while (!reply.ended && reply.out.size() < limit) {
+            std::string head = take(8);
+            if (head.size() < 8)
+                break;
+            const auto byte = [&](int i) { return static_cast<unsigned char>(head[i]); };
+            const std::string content = take(byte(4) << 8 | byte(5));
+            take(byte(6));  // padding
+            if (byte(1) == 6)
+                reply.out += content;
+            else if (byte(1) == 7)
+                reply.err += content;
+            else if (byte(1) == 3 && content.size() == 8) {
+                uint32_t status;
+                std::memcpy(&status, content.data(), sizeof status);
+                reply.ended = true;
+                reply.status = static_cast<int>(ntohl(status));
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+        }
+        if (reply.ended)
+            ::shutdown(fd, SHUT_RDWR);
+        return reply;
+    }
+
+  private:
+    static std::string length(size_t n) {
+        if (n < 128)
+            return std::string(1, static_cast<char>(n));
+        const uint32_t big = htonl(static_cast<uint32_t>(n) | 0x80000000u);
+        return std::string(reinterpret_cast<const char*>(&big), 4);
+    }
+    static std::string record(int type, const std::string& content) {
+        const char head[8] = {1,
+                              static_cast<char>(type),
+                              0,
+                              1,
+                              static_cast<char>(content.size() >> 8),
+                              static_cast<char>(content.size() & 0xff),
+                              0,
+                              0};
+        return std::string(head, 8) + content;
+    }
+    static std::string stream(int type, const std::string& content) {  // ended by an empty record
+        std::string records;
+        for (size_t at = 0; at < content.size(); at += 65535)
+            records += record(type, content.substr(at, 65535));
+        return records + record(type, "");
+    }
+    std::string take(size_t n) {  // fewer only at the end of the connection
+        std::string bytes(n, '\0');
+        size_t got = 0;
+        for (ssize_t r = 1; got < n && r > 0; got += r > 0 ? static_cast<size_t>(r) : 0)
+            r = ::recv(fd, &bytes[got], n - got, 0);
+        bytes.resize(got);
+        return bytes;
+    }
+
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
