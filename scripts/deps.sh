@@ -40,13 +40,13 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl 
 # scripts/test and scripts/fuzz, file for cpack's DEB generator, dpkg-dev and
 # binutils for the package's computed dependencies, man-db for the manual
 # pages, iproute2 for network namespaces, libfcgi-bin (cgi-fcgi) and
-# spawn-fcgi for the FastCGI runs (it also starts the responder for nginx in
-# the deployment tests, mod_fcgid for Apache), libssl3 for https at run time,
+# spawn-fcgi for the FastCGI runs (it also starts the responder for nginx and
+# Apache in the deployment tests), libssl3 for https at run time,
 # varnish for the caching front, systemd for systemd-analyze (nothing here
 # boots it), python3 for the slow origin that the FastCGI tests fetch from.
 TEST_PACKAGES=(ninja-build libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi python3
     libssl3 util-linux varnish systemd
-    apache2-bin libapache2-mod-fcgid nginx fcgiwrap dpkg-dev binutils man-db groff-base
+    apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
     valgrind clang-14 libclang-rt-14-dev)
 # What bench/run needs on top of the build packages.
 BENCH_PACKAGES=(libbenchmark-dev wrk python3)
