@@ -3,8 +3,9 @@
 #include <fcgiapp.h>
 
 // The FastCGI responder: one process that answers many requests at once on
-// the listening socket that is its standard input, each request on a thread
-// of a pool with its own FCGX_Request, running the same request code as a
+// the listening socket that is its standard input. The main thread accepts
+// connections and hands each to an idle thread of a pool, which reads its
+// request into an FCGX_Request of its own and runs the same request code as a
 // CGI run. SIGTERM stops it gracefully: no new connection is accepted, every
 // request already accepted is answered, and the process exits 0; a second
 // SIGTERM ends it at once. Connections not yet accepted stay in the
@@ -12,8 +13,8 @@
 class FastCgiServer {
   public:
     // Requests in flight when TESSAVANT_THREADS does not say: enough to keep
-    // hundreds of remote fetches waiting on their origins at once.
-    static constexpr int DEFAULT_THREADS = 512;
+    // a thousand remote fetches waiting on their origins at once.
+    static constexpr int DEFAULT_THREADS = 1024;
     static constexpr int MAX_THREADS = 4096;
 
     // The pool's size for a TESSAVANT_THREADS value (may be null): a plain
@@ -25,11 +26,14 @@ class FastCgiServer {
     static int serve();
 
   private:
+    // Accepts while there is an idle thread to take the connection.
+    static void acceptConnections();
+    // The next connection, or -1 once the server stops.
+    static int acceptOne();
     static void* work(void*);
-    // The next request for this thread, on the connection the web server
-    // kept open or on a newly accepted one; false once the server stops.
-    static bool next(FCGX_Request& request);
-    static bool acceptNext(FCGX_Request& request);
+    // Every request of one connection: one, or more while the web server
+    // keeps it open.
+    static void answer(FCGX_Request& request, int connection);
     // Waits until fd is readable (true) or the server stops (false; but a
     // kept connection's request that has arrived is still taken).
     static bool readable(int fd, bool kept);

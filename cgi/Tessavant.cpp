@@ -166,8 +166,9 @@ void Tessavant::image(QueryString& q) {
             std::to_string(length) + "\n\n";
 
         // One chunk of the body at a time; the file is never held whole. The
-        // buffer is the request's own: requests in flight at once each have one.
-        std::unique_ptr<char[]> owned(new char[COPY_BUFFER_SIZE]);
+        // buffer is the request's own (requests in flight at once each have
+        // one), no larger than the body.
+        std::unique_ptr<char[]> owned(new char[std::min(std::max(length, 1), COPY_BUFFER_SIZE)]);
         char* const buffer = owned.get();
         // A local file's bytes are handed over by descriptor, so that the
         // exchange can move them without a copy; the header goes first.

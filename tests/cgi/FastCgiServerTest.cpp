@@ -18,13 +18,13 @@ namespace {
 using Params = FastCgiClient::Params;
 
 TEST(FastCgiServer, ThreadsComeFromAPlainNumberUpToTheLimit) {
-    const std::pair<const char*, int> values[] = {{nullptr, 512}, {"", 512},
-                                                  {"1", 1},       {"64", 64},
-                                                  {"0", 512},     {"-4", 512},
-                                                  {"8x", 512},    {" 8", 512},
-                                                  {"4096", 4096}, {"4097", 4096},
-                                                  {"0016", 16},   {"1e3", 512},
-                                                  {"+8", 512},    {"99999999999999999999", 4096}};
+    const std::pair<const char*, int> values[] = {{nullptr, 1024}, {"", 1024},
+                                                  {"1", 1},        {"64", 64},
+                                                  {"0", 1024},     {"-4", 1024},
+                                                  {"8x", 1024},    {" 8", 1024},
+                                                  {"4096", 4096},  {"4097", 4096},
+                                                  {"0016", 16},    {"1e3", 1024},
+                                                  {"+8", 1024},    {"99999999999999999999", 4096}};
     for (const auto& [value, count] : values)
         EXPECT_EQ(FastCgiServer::threads(value), count) << (value ? value : "null");
 }
