@@ -40,8 +40,8 @@ install(FILES deploy/nginx/tessavant.conf deploy/nginx/tessavant-fastcgi.conf
         DESTINATION share/doc/tessavant/examples/nginx)
 install(FILES deploy/spawn-fcgi/tessavant-fastcgi.service DESTINATION share/doc/tessavant/examples/spawn-fcgi)
 install(FILES deploy/policy/public.policy DESTINATION share/doc/tessavant/examples/policy)
-# FastCGI mode under systemd: the socket, the workers, and an nginx site for
-# them. Installed but not enabled: systemctl enable --now tessavant.socket.
+# FastCGI mode under systemd: the socket, the responder, and an nginx site
+# for it. Installed but not enabled: systemctl enable --now tessavant.socket.
 install(FILES deploy/systemd/tessavant.socket deploy/systemd/tessavant.service
         DESTINATION lib/systemd/system)
 install(FILES deploy/systemd/nginx-site.conf DESTINATION share/doc/tessavant/examples/systemd)
@@ -71,7 +71,7 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://www.tessavant.org/")
 # the computed dependencies to this one.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libssl3")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap | spawn-fcgi | libapache2-mod-fcgid")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lighttpd | apache2 | nginx, fcgiwrap | spawn-fcgi")
 # CPack puts the summary first and indents these lines itself; an empty line
 # becomes the paragraph mark " .".
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
@@ -85,6 +85,6 @@ caching headers and conditional requests are answered with 304.
 The package holds the program in /usr/lib/cgi-bin, the tessavant-url
 tool that makes image requests, tessavant-keygen, which writes the
 key file for a build with a deployment's own keys, and systemd units
-that run the program as FastCGI workers (installed, not enabled).")
+that run the program as a FastCGI responder (installed, not enabled).")
 
 include(CPack)

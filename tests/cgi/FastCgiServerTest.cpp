@@ -29,14 +29,6 @@ TEST(FastCgiServer, ThreadsComeFromAPlainNumberUpToTheLimit) {
         EXPECT_EQ(FastCgiServer::threads(value), count) << (value ? value : "null");
 }
 
-template <typename F>
-bool waitUntil(F done) {  // for ten seconds at most
-    for (int i = 0; i < 200; ++i, ::usleep(50000))
-        if (done())
-            return true;
-    return false;
-}
-
 std::string cgi(const Params& params, const std::string& body = "",
                 const char* program = TESSAVANT_BIN) {
     return Process::run(program, {}, params, body).out;
@@ -72,35 +64,6 @@ class Origin {
   private:
     const std::string port;
     int pid;
-};
-
-// A responder with 16 threads on the test's listening socket; what it writes itself, a file.
-class Responder {
-  public:
-    Responder(const TempDir& dir, int listener, const std::string& program = TESSAVANT_BIN)
-        : log(dir.path() + "/responder.log") {
-        const int out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        const int standard[3] = {listener, out, out};
-        pid = Process::start(program, {}, {{"TESSAVANT_THREADS", "16"}}, standard, dir.path());
-        ::close(out);
-        waitUntil([&] { return threads() >= 18; });  // its 16, the main one, the signal one
-        started = threads();
-    }
-    long threads() const { return Process::count(pid, "task"); }
-    int end() {  // its wait status, once it has ended by itself; -1 if it goes on
-        int status = -1;
-        if (waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }))
-            pid = -1;
-        return status;
-    }
-    ~Responder() {
-        if (pid > 0)
-            Process::stop(pid);
-    }
-
-    const std::string log;
-    int pid = -1;
-    long started;
 };
 
 // 32 clients at once, each sending every kind of request in turn; one of them goes away in the

@@ -217,24 +217,19 @@ TEST(FastCgi, EveryRowThroughOneResponder) {
     TempDir dir;
     const std::string socket = dir.path() + "/socket";
     const int listener = listenAt(socket);
-    const int log = ::open(dir.write("output", "").c_str(), O_WRONLY | O_CLOEXEC);
-    const int standard[3] = {listener, log, log};
-    const int pid = Process::start(TESSAVANT_BIN, {}, {}, standard, dir.path());
-    ::close(log), ::close(listener);
-    // What it holds of its own once its threads run; no request may add to it.
-    for (int i = 0; i < 200 && Process::count(pid, "task") < 2; ++i)
-        ::usleep(10000);
-    const long idle = Process::count(pid, "fd");
+    Responder responder(dir, listener);
+    ::close(listener);
+    const auto descriptors = [&] { return Process::count(responder.pid, "fd"); };
+    const long idle = descriptors();  // its own, which no request may add to
     for (const Row& row : load()) {
         SCOPED_TRACE(testing::PrintToString(row));
         runRow(row, dir.path(), socket);
     }
     // The last connection may still be closing when its client has the reply.
-    for (int i = 0; i < 200 && Process::count(pid, "fd") > idle; ++i)
-        ::usleep(10000);
-    EXPECT_EQ(Process::count(pid, "fd"), idle);
-    const int status = Process::stop(pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(readFile(dir.path() + "/output"), "");
+    waitUntil([&] { return descriptors() == idle; });
+    EXPECT_EQ(descriptors(), idle);
+    ::kill(responder.pid, SIGTERM);
+    EXPECT_EQ(responder.end(), 0);
+    EXPECT_EQ(readFile(responder.log), "");
 }
 }  // namespace

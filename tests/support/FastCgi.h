@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -12,6 +13,9 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "tests/support/Process.h"
+#include "tests/support/TempDir.h"
 
 // A listening unix socket at path, to hand to a responder as its standard input.
 inline int listenAt(const std::string& path) {
@@ -121,4 +125,41 @@ class FastCgiClient {
     }
 
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+template <typename F>
+bool waitUntil(F done) {  // for ten seconds at most
+    for (int i = 0; i < 200; ++i, ::usleep(50000))
+        if (done())
+            return true;
+    return false;
+}
+
+// A responder with 16 threads on the test's listening socket; what it writes itself, a file.
+class Responder {
+  public:
+    Responder(const TempDir& dir, int listener, const std::string& program = TESSAVANT_BIN)
+        : log(dir.path() + "/responder.log") {
+        const int out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        const int standard[3] = {listener, out, out};
+        pid = Process::start(program, {}, {{"TESSAVANT_THREADS", "16"}}, standard, dir.path());
+        ::close(out);
+        waitUntil([&] { return threads() >= 18; });  // its 16, the main one, the signal one
+        started = threads();
+    }
+    long threads() const { return Process::count(pid, "task"); }
+    int end() {  // its wait status, once it has ended by itself; -1 if it goes on
+        int status = -1;
+        if (waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }))
+            pid = -1;
+        return status;
+    }
+    ~Responder() {
+        if (pid > 0)
+            Process::stop(pid);
+    }
+
+    const std::string log;
+    int pid = -1;
+    long started;
 };
