@@ -29,7 +29,8 @@ bool listeningOnStandardInput() {
 int main(int argc, char** argv) {
     std::set_terminate(silentTerminate);
     // A reader that goes away ends the copy through a failed write, not
-    // through a signal.
+    // through a signal; so does a remote peer, also under TLS, whose library
+    // writes with plain write().
     std::signal(SIGPIPE, SIG_IGN);
     // A command-line argument is always the request text of one run.
     if (argc < 2 && listeningOnStandardInput())

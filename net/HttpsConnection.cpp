@@ -1,55 +1,12 @@
 #include "net/HttpsConnection.h"
 
 #include <arpa/inet.h>
-#include <signal.h>
 
 #include <cerrno>
-#include <ctime>
 
 #include "base/Exception.h"
 #include "base/Policy.h"
 #include "net/SslLibrary.h"
-
-namespace {
-// OpenSSL writes to the socket with plain write(), so a peer that went away
-// would raise SIGPIPE and end the process. Holds the signal back for the
-// calling thread and discards one that the write raised.
-class SigpipeGuard {
-  public:
-    SigpipeGuard() {
-        sigset_t pipe;
-        sigemptyset(&pipe);
-        sigaddset(&pipe, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        alreadyPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &pipe, &previous);
-    }
-    ~SigpipeGuard() {
-        if (!alreadyPending) {
-            sigset_t pending;
-            sigpending(&pending);
-            if (sigismember(&pending, SIGPIPE) == 1) {
-                sigset_t pipe;
-                sigemptyset(&pipe);
-                sigaddset(&pipe, SIGPIPE);
-                const timespec none = {0, 0};
-                int saved = errno;
-                while (sigtimedwait(&pipe, nullptr, &none) == -1 && errno == EINTR) {
-                }
-                errno = saved;
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    }
-    SigpipeGuard(const SigpipeGuard&) = delete;
-    SigpipeGuard& operator=(const SigpipeGuard&) = delete;
-
-  private:
-    sigset_t previous;
-    bool alreadyPending;
-};
-}  // namespace
 
 // OpenSSL is loaded here, on the first https reference, and before the base
 // class connects: where it cannot be loaded, nothing is connected.
@@ -78,7 +35,6 @@ HttpsConnection::HttpsConnection(const SslLibrary& library, const char* host, in
                                  const_cast<char*>(this->host.c_str()));
             library.SSL_set1_host(ssl, this->host.c_str());
         }
-        SigpipeGuard guard;
         errno = 0;
         if (library.SSL_connect(ssl) != 1 && Policy::ENABLED)
             refuse(verify);
@@ -121,7 +77,6 @@ void HttpsConnection::refuse(bool verify) {
 
 void HttpsConnection::release() {
     if (ssl != nullptr) {
-        SigpipeGuard guard;
         library.SSL_shutdown(ssl);
         library.SSL_free(ssl);
         ssl = nullptr;
@@ -143,7 +98,6 @@ int HttpsConnection::recv(char*, int) const {
 
 const Socket& HttpsConnection::operator<<(const std::string& text) const {
     if (ssl != nullptr) {
-        SigpipeGuard guard;
         library.SSL_write(ssl, text.data(), static_cast<int>(text.length()));
     }
     return *this;
