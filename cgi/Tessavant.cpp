@@ -172,14 +172,14 @@ void Tessavant::image(QueryString& q) {
         char* const buffer = owned.get();
         // A local file's bytes are handed over by descriptor, so that the
         // exchange can move them without a copy; the header goes first.
-        auto* local = dynamic_cast<StdioFile*>(file.get());
+        const int local = file->descriptor();
         int remaining = length;
         while (remaining > 0) {
             const int request = std::min(remaining, COPY_BUFFER_SIZE);
             long got;
-            if (local != nullptr) {
+            if (local != -1) {
                 got = exchange.write(pending.data(), pending.size())
-                          ? exchange.copy(local->descriptor(), static_cast<size_t>(request), buffer)
+                          ? exchange.copy(local, static_cast<size_t>(request), buffer)
                           : -1;
             } else {
                 got = std::max(file->read(buffer, request), 0);

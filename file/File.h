@@ -12,4 +12,7 @@ class File {
     virtual int length() = 0;
     // "%a, %d %b %Y %H:%M:%S GMT"
     virtual std::string modifiedTime() = 0;
+    // The open file, for callers that move its bytes themselves; -1 where
+    // there is none (a remote resource).
+    virtual int descriptor() const { return -1; }
 };

@@ -18,8 +18,7 @@ class StdioFile : public File {
     int read(char* buffer, int size) override;
     int length() override;
     std::string modifiedTime() override;
-    // The open file, for callers that move its bytes themselves.
-    int descriptor() const { return fileno(stream); }
+    int descriptor() const override { return fileno(stream); }
 
   private:
     FILE* stream;
