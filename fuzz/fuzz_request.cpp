@@ -34,10 +34,16 @@ const char* const NAMES[] = {"REQUEST_METHOD",     "QUERY_STRING",           "CO
                              "SCRIPT_FILENAME"};
 
 int standardInput = -1;
+char dir[] = "/tmp/tessavant-fuzz-XXXXXX";
+
+// The image and its directory go when the fuzzer ends.
+void tearDown() {
+    ::unlink("a.gif");
+    ::rmdir(dir);
+}
 
 void setUp() {
-    char dir[] = "/tmp/tessavant-fuzz-XXXXXX";
-    if (::mkdtemp(dir) == nullptr || ::chdir(dir) != 0)
+    if (::mkdtemp(dir) == nullptr || ::chdir(dir) != 0 || std::atexit(tearDown) != 0)
         std::abort();
     FILE* image = std::fopen("a.gif", "wb");
     if (image == nullptr)
