@@ -25,12 +25,26 @@ SslLibrary::SslLibrary()
       SSL_CTX_load_verify_locations(nullptr),
       SSL_set1_host(nullptr),
       SSL_get_verify_result(nullptr),
-      X509_verify_cert_error_string(nullptr) {
+      X509_verify_cert_error_string(nullptr),
+      OPENSSL_init_ssl(nullptr) {
     void* library = ::dlopen(NAME, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
-        failure = std::string(NAME) + " cannot be loaded";
+        failure = std::string(NAME) + " cannot be loaded: " + ::dlerror();
         return;
     }
+    const char* missing = bind(library);
+    // SSL_library_init() and SSL_load_error_strings() are macros for these.
+    if (missing != nullptr)
+        failure = std::string(NAME) + " has no " + missing;
+    else if (OPENSSL_init_ssl(0, nullptr) != 1 ||
+             OPENSSL_init_ssl(OPENSSL_INIT_LOAD_SSL_STRINGS | OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
+                              nullptr) != 1)
+        failure = std::string(NAME) + " cannot be initialised";
+    if (!failure.empty())
+        ::dlclose(library);
+}
+
+const char* SslLibrary::bind(void* library) {
     const char* missing = nullptr;
     auto find = [&](const char* name, auto& function) {
         function =
@@ -38,8 +52,6 @@ SslLibrary::SslLibrary()
         if (function == nullptr && missing == nullptr)
             missing = name;
     };
-    // SSL_library_init() and SSL_load_error_strings() are macros for this.
-    decltype(&::OPENSSL_init_ssl) OPENSSL_init_ssl;
     find("OPENSSL_init_ssl", OPENSSL_init_ssl);
     find("TLS_client_method", TLS_client_method);
     find("SSL_CTX_new", SSL_CTX_new);
@@ -59,13 +71,7 @@ SslLibrary::SslLibrary()
     find("SSL_get_verify_result", SSL_get_verify_result);
     // From libcrypto, which the handle's lookup reaches as libssl's dependency.
     find("X509_verify_cert_error_string", X509_verify_cert_error_string);
-    if (missing != nullptr) {
-        failure = std::string(NAME) + " has no " + missing;
-        ::dlclose(library);
-        return;
-    }
-    OPENSSL_init_ssl(0, nullptr);
-    OPENSSL_init_ssl(OPENSSL_INIT_LOAD_SSL_STRINGS | OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
+    return missing;
 }
 
 const SslLibrary& SslLibrary::load() {

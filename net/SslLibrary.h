@@ -38,6 +38,10 @@ class SslLibrary {
 
   private:
     SslLibrary();
+    // Looks up every function; the name of the first one missing, or null.
+    const char* bind(void* library);
+
+    decltype(&::OPENSSL_init_ssl) OPENSSL_init_ssl;
     SslLibrary(const SslLibrary&) = delete;
     SslLibrary& operator=(const SslLibrary&) = delete;
 
