@@ -33,7 +33,8 @@ install_missing() {
 }
 
 # What building the program (libfcgi-dev for its FastCGI mode), the demo and
-# bench/run need; only bench/run uses openssl and lighttpd-mod-openssl.
+# bench/run need; openssl and lighttpd-mod-openssl are for the https origins
+# of bench/run, the deployment tests and the policy table.
 BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl curl lighttpd
     lighttpd-mod-openssl)
 # What the tests and the package need on top: ninja-build for the builds of
