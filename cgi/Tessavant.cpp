@@ -134,68 +134,70 @@ void Tessavant::image(QueryString& q) {
             file.reset(new HttpFile(reference));
         else
             file.reset(new StdioFile(reference));
-
         const std::string modified = file->modifiedTime();
-        const std::string etag = "\"" + modified + "\"";
-        const char* noneMatch = exchange.param("HTTP_IF_NONE_MATCH");
-        const char* modifiedSince = exchange.param("HTTP_IF_MODIFIED_SINCE");
-        bool notModified = false;
-        if (noneMatch != nullptr && etag == noneMatch)
-            notModified = true;
-        else if (modifiedSince != nullptr)
-            notModified = Date(modified.c_str()) <= Date(modifiedSince);
-        if (notModified) {
+        if (current(modified)) {
             put("Status: 304 Not Modified\n\n");
             return;
         }
-
         const int length = file->length();
-        pending =
-            "Connection: keep-alive\n"
-            "Content-Type: application/octet-stream\n"
-            "Accept-Ranges: bytes\n"
-            "Last-Modified: " +
-            file->modifiedTime() +
-            "\n"
-            "Etag: " +
-            etag +
-            "\n"
-            "Cache-Control: max-age=31536000, must-revalidate, public\n"
-            "Expires: Fri, 31 Dec 2027 12:00:00 GMT\n"
-            "Content-Length: " +
-            std::to_string(length) + "\n\n";
-
-        // One chunk of the body at a time; the file is never held whole. The
-        // buffer is the request's own (requests in flight at once each have
-        // one), no larger than the body.
-        std::unique_ptr<char[]> owned(new char[std::min(std::max(length, 1), COPY_BUFFER_SIZE)]);
-        char* const buffer = owned.get();
-        // A local file's bytes are handed over by descriptor, so that the
-        // exchange can move them without a copy; the header goes first.
-        const int local = file->descriptor();
-        int remaining = length;
-        while (remaining > 0) {
-            const int request = std::min(remaining, COPY_BUFFER_SIZE);
-            long got;
-            if (local != -1) {
-                got = exchange.write(pending.data(), pending.size())
-                          ? exchange.copy(local, static_cast<size_t>(request), buffer)
-                          : -1;
-            } else {
-                got = std::max(file->read(buffer, request), 0);
-                if (!exchange.write(pending.data(), pending.size(), buffer,
-                                    static_cast<size_t>(got)))
-                    got = -1;
-            }
-            pending.clear();
-            remaining -= static_cast<int>(got);
-            // A short read ends the body, even below the announced length.
-            if (got != request)
-                break;
-        }
+        pending = imageHeader(modified, length);
+        copyBody(*file, length, pending);
         put(pending);
     } catch (const Exception& e) {
         put(pending);
         put(std::string(TEXT_HEADER) + "e=" + reference + " - " + e.getMessageCode() + "\n\n");
+    }
+}
+
+bool Tessavant::current(const std::string& modified) const {
+    const char* noneMatch = exchange.param("HTTP_IF_NONE_MATCH");
+    const char* modifiedSince = exchange.param("HTTP_IF_MODIFIED_SINCE");
+    if (noneMatch != nullptr && "\"" + modified + "\"" == noneMatch)
+        return true;
+    return modifiedSince != nullptr && Date(modified.c_str()) <= Date(modifiedSince);
+}
+
+std::string Tessavant::imageHeader(const std::string& modified, int length) {
+    return "Connection: keep-alive\n"
+           "Content-Type: application/octet-stream\n"
+           "Accept-Ranges: bytes\n"
+           "Last-Modified: " +
+           modified +
+           "\n"
+           "Etag: \"" +
+           modified +
+           "\"\n"
+           "Cache-Control: max-age=31536000, must-revalidate, public\n"
+           "Expires: Fri, 31 Dec 2027 12:00:00 GMT\n"
+           "Content-Length: " +
+           std::to_string(length) + "\n\n";
+}
+
+void Tessavant::copyBody(File& file, int length, std::string& pending) {
+    // One chunk of the body at a time; the file is never held whole. The
+    // buffer is the request's own (requests in flight at once each have
+    // one), no larger than the body.
+    std::unique_ptr<char[]> owned(new char[std::min(std::max(length, 1), COPY_BUFFER_SIZE)]);
+    char* const buffer = owned.get();
+    // A local file's bytes are handed over by descriptor, so that the
+    // exchange can move them without a copy; the header goes first.
+    const int local = file.descriptor();
+    for (int remaining = length; remaining > 0;) {
+        const int request = std::min(remaining, COPY_BUFFER_SIZE);
+        long got;
+        if (local != -1) {
+            got = exchange.write(pending.data(), pending.size())
+                      ? exchange.copy(local, static_cast<size_t>(request), buffer)
+                      : -1;
+        } else {
+            got = std::max(file.read(buffer, request), 0);
+            if (!exchange.write(pending.data(), pending.size(), buffer, static_cast<size_t>(got)))
+                got = -1;
+        }
+        pending.clear();
+        remaining -= static_cast<int>(got);
+        // A short read ends the body, even below the announced length.
+        if (got != request)
+            break;
     }
 }

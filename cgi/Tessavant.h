@@ -3,6 +3,7 @@
 #include <string>
 
 class Exchange;
+class File;
 class QueryString;
 
 // One request from intake to reply: finds the parameter text, parses it and
@@ -27,6 +28,12 @@ class Tessavant {
     void version();
     void serverInformation();
     void image(QueryString& q);
+    // The client's copy is current: its entity tag matches, or it is not
+    // older than the image.
+    bool current(const std::string& modified) const;
+    static std::string imageHeader(const std::string& modified, int length);
+    // Writes pending (the header) with the first chunk, and clears it.
+    void copyBody(File& file, int length, std::string& pending);
     void put(const std::string& text) { reply += text; }
 
     Exchange& exchange;
