@@ -38,7 +38,10 @@ void HttpConnection::request(const char* path) {
     *this << USER_AGENT;
     *this << "\r\n\r\n";
     ::setsockopt(fd, IPPROTO_TCP, TCP_CORK, &off, sizeof off);
+    readHead();
+}
 
+void HttpConnection::readHead() {
     // The whole head must come in this one receive.
     available = recv(buffer, BUFFER_SIZE);
     if (available < 0)

@@ -20,6 +20,8 @@ class HttpConnection : public Socket {
     // Sends the GET and parses the head, keeping the body bytes that came
     // with it. Called once per connection.
     void request(const char* path);
+    // The head, from the first receive; the body bytes that came with it stay.
+    void readHead();
     // Protocol, code and first word of the reason; fewer than three words
     // are rejected.
     void parseStatus(char* line);
