@@ -40,7 +40,8 @@ class FastCgiClient {
         int status = -1;
     };
 
-    explicit FastCgiClient(const std::string& path) {
+    // keep: ask the responder to keep the connection for further requests.
+    explicit FastCgiClient(const std::string& path, bool keep = false) : keep(keep) {
         sockaddr_un address = {AF_UNIX, {}};
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         const timeval limit = {10, 0};
@@ -57,7 +58,7 @@ class FastCgiClient {
         for (const auto& [name, value] : params)
             pairs += length(name.size()) + length(value.size()) + name + value;
         std::string all =
-            record(1, std::string("\0\1\0\0\0\0\0\0", 8));  // a responder, one request
+            record(1, std::string("\0\1", 2) + char(keep) + std::string(5, '\0'));  // a responder
         all += stream(4, pairs) + stream(5, body);
         ::send(fd, all.data(), all.size(), MSG_NOSIGNAL);
     }
@@ -86,7 +87,7 @@ class FastCgiClient {
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
         }
-        if (reply.ended)
+        if (reply.ended && !keep)
             ::shutdown(fd, SHUT_RDWR);
         return reply;
     }
@@ -124,6 +125,7 @@ class FastCgiClient {
         return bytes;
     }
 
+    const bool keep;
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 
