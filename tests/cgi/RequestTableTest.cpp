@@ -39,9 +39,12 @@ std::vector<Row> load() {
             continue;
         if (blank)
             rows.push_back({number, {}}), blank = 0;
-        const size_t arrow = line.find(" => ");  // "=> OUT" ends a line with the expected reply
-        if (arrow != std::string::npos)
-            rows.back().lines.emplace_back("out", line.substr(arrow + 4)), line.resize(arrow);
+        // "=> OUT" ends a line with the expected reply; a bare "=>", with the empty one.
+        const size_t arrow = (line + " ").find(" => ");
+        if (arrow != std::string::npos) {
+            rows.back().lines.emplace_back("out", line.substr(std::min(arrow + 4, line.size())));
+            line.resize(arrow);
+        }
         const size_t space = std::min(line.find(' '), line.size());
         std::string key = line.substr(0, space), text = line.substr(space + (space < line.size()));
         if (key == "get") {  // get REF [N=V ...]
@@ -167,8 +170,15 @@ void runRow(const Row& row, const std::string& dir, const std::string& socket = 
             sent.back() = value;
         else if (key == "signal" || key == "silent")
             (key == "signal" ? signal : limit) = std::stoi(value);
+        else if (key != "stop" && key != "cgi" && key != "env")
+            ADD_FAILURE() << "unknown directive \"" << key << "\"";
         stop = stop || key == "stop";
     }
+    const auto said = [&](const char* what) {
+        return std::any_of(row.lines.begin(), row.lines.end(),
+                           [&](auto& l) { return l.first == what; });
+    };
+    EXPECT_TRUE(said("out")) << "no expected reply (a bare \"=>\" says it is empty)";
     if (env.empty() && args.empty())
         env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", expand("{q:{ref}}", names)}};
     if (peer)
