@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -17,12 +16,17 @@
 #include "tests/support/Process.h"
 #include "tests/support/TempDir.h"
 
-// A listening unix socket at path, to hand to a responder as its standard input.
-inline int listenAt(const std::string& path) {
+inline sockaddr_un unixAddress(const std::string& path) {
     sockaddr_un address = {AF_UNIX, {}};
     path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+// A listening unix socket at path, to hand to a responder as its standard input.
+inline int listenAt(const std::string& path) {
+    const sockaddr_un address = unixAddress(path);
     const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+    if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener, 64) != 0)
         throw std::runtime_error("cannot listen at " + path);
     return listener;
@@ -35,19 +39,17 @@ class FastCgiClient {
   public:
     using Params = std::vector<std::pair<std::string, std::string>>;
     struct Reply {
-        std::string out, err;
-        bool ended = false;  // the responder ended the request (status follows)
-        int status = -1;
+        std::string out;
+        bool ended = false;  // the responder ended the request
     };
 
     // keep: ask the responder to keep the connection for further requests.
     explicit FastCgiClient(const std::string& path, bool keep = false) : keep(keep) {
-        sockaddr_un address = {AF_UNIX, {}};
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const sockaddr_un address = unixAddress(path);
         const timeval limit = {10, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-        ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
     ~FastCgiClient() { ::close(fd); }
     FastCgiClient(const FastCgiClient&) = delete;
@@ -74,17 +76,10 @@ class FastCgiClient {
                 break;
             const auto byte = [&](int i) { return static_cast<unsigned char>(head[i]); };
             const std::string content = take(byte(4) << 8 | byte(5));
-            take(byte(6));  // padding
-            if (byte(1) == 6)
+            take(byte(6));     // padding
+            if (byte(1) == 6)  // standard output
                 reply.out += content;
-            else if (byte(1) == 7)
-                reply.err += content;
-            else if (byte(1) == 3 && content.size() == 8) {
-                uint32_t status;
-                std::memcpy(&status, content.data(), sizeof status);
-                reply.ended = true;
-                reply.status = static_cast<int>(ntohl(status));
-            }
+            reply.ended = byte(1) == 3;  // the end of the request
             std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
         }
         if (reply.ended && !keep)
