@@ -6,21 +6,15 @@
 
 #include "crypto/Copyright.h"
 #include "crypto/Decryptor.h"
-#include "crypto/Hex.h"
 #include "crypto/StringCrypto.h"
 
 namespace {
-std::string clientHex(const std::string& password, const std::string& value) {
-    StringCrypto crypto(password.c_str(), true);
-    return Hex::encode(crypto.cipher(reinterpret_cast<const unsigned char*>(value.data()),
-                                     static_cast<int>(value.size())));
-}
-
 void RequestCipherWork(benchmark::State& state) {
     const std::string password = "client-password-0123";
     const std::string reference = "https://images.example.test/gallery/2024/06/photo-00001.jpeg";
-    const std::string key = clientHex(Copyright::getConstStr(), password);
-    const std::string value = clientHex(password, reference);
+    const std::string key =
+        StringCrypto(Copyright::getConstStr().c_str(), true).cipherHex(password);
+    const std::string value = StringCrypto(password.c_str(), true).cipherHex(reference);
     if (reference.size() != 60 || Decryptor(key).decrypt(value) != reference) {
         state.SkipWithError("the reference does not decrypt");
         return;

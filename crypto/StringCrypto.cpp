@@ -5,6 +5,7 @@
 #include "base/Exception.h"
 #include "crypto/Des.h"
 #include "crypto/Des3.h"
+#include "crypto/Hex.h"
 
 StringCrypto::StringCrypto(const char* password, bool triple)
     : readPosition(0), writePosition(0), payloadLength(0) {
@@ -53,6 +54,11 @@ counted_ptr<Bytes> StringCrypto::cipher(const counted_ptr<Bytes>& in) {
 
 counted_ptr<Bytes> StringCrypto::cipher(const unsigned char* data, int length) {
     return cipher(counted_ptr<Bytes>(new Bytes(data, length)));
+}
+
+std::string StringCrypto::cipherHex(const std::string& text) {
+    return Hex::encode(
+        cipher(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size())));
 }
 
 // The size checks in cipher keep both positions inside their buffers; the

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "crypto/Bytes.h"
 #include "crypto/Crypto.h"
 #include "crypto/counted_ptr.h"
@@ -18,6 +20,8 @@ class StringCrypto : public Crypto {
     // that cannot be a ciphertext. The result stays valid after this object.
     counted_ptr<Bytes> cipher(const counted_ptr<Bytes>& in);
     counted_ptr<Bytes> cipher(const unsigned char* data, int length);
+    // The cipher of text as upper-case hex, as request parameters travel.
+    std::string cipherHex(const std::string& text);
 
     unsigned char getNextByte() override;
     void putByte(unsigned char byte) override;

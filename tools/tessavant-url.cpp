@@ -55,9 +55,7 @@ bool startsWithSignature(const std::string& text) {
 
 // Encrypting text that happens to start with the signature would decrypt it.
 std::string encryptHex(const std::string& password, const std::string& text) {
-    StringCrypto crypto(password.c_str(), true);
-    return Hex::encode(crypto.cipher(reinterpret_cast<const unsigned char*>(text.data()),
-                                     static_cast<int>(text.size())));
+    return StringCrypto(password.c_str(), true).cipherHex(text);
 }
 
 // base is null without --base.
@@ -108,12 +106,9 @@ int batch(const char* base) {
         if (!client || line.compare(0, tab, password) != 0) {
             password = line.substr(0, tab);
             client.reset(new StringCrypto(password.c_str(), true));
-            p = Hex::encode(builtIn.cipher(reinterpret_cast<const unsigned char*>(password.data()),
-                                           static_cast<int>(password.size())));
+            p = builtIn.cipherHex(password);
         }
-        const std::string i = Hex::encode(
-            client->cipher(reinterpret_cast<const unsigned char*>(line.data()) + tab + 1,
-                           static_cast<int>(line.size() - tab - 1)));
+        const std::string i = client->cipherHex(line.substr(tab + 1));
         std::cout << prefix << "cmd=img&p=" << p << "&i=" << i << std::endl;
     }
     return 0;

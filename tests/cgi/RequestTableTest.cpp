@@ -11,7 +11,6 @@
 #include <memory>
 
 #include "crypto/Copyright.h"
-#include "crypto/Hex.h"
 #include "crypto/StringCrypto.h"
 #include "tests/support/FastCgi.h"
 #include "tests/support/Process.h"
@@ -72,9 +71,7 @@ std::string pattern(size_t size) {  // every byte value
 }
 
 std::string encrypt(const std::string& password, const std::string& plain) {
-    StringCrypto crypto(password.c_str(), true);
-    return Hex::encode(crypto.cipher(reinterpret_cast<const unsigned char*>(plain.data()),
-                                     static_cast<int>(plain.size())));
+    return StringCrypto(password.c_str(), true).cipherHex(plain);
 }
 
 std::string expand(const std::string& escaped, const Pairs& names) {
