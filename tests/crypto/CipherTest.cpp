@@ -185,3 +185,26 @@ TEST(KeyFile, MalformedFilesNameTheLineAndTheFault) {
     }
     EXPECT_EQ(Copyright::get(), "Tessavant 6.0, image server, Linux.");
 }
+
+// The URL tool's forms; a wrong argument list gets the usage and status 2.
+TEST(Tool, TakesEachOptionOnlyInItsPlace) {
+    const auto run = [](const std::vector<std::string>& args) {
+        const Process::Result r = Process::run(TESSAVANT_URL, args, {}, "", 30);
+        const auto first = [](const std::string& s) { return s.substr(0, s.find('\n')); };
+        return std::to_string(r.status) + " " + first(r.out) + "|" + first(r.err);
+    };
+    const std::string usage = "|usage: tessavant-url [--base URL] [--] PASSWORD REFERENCE";
+    const std::string query = run({"--", "-p", "r"});
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
+        {{"--help"}, "0 " + usage.substr(1) + "|"},
+        {{"--policy"}, "0 # no policy: every local path and every http or https URL that a valid "
+                       "reference names is opened|"},
+        {{"--base", "B", "--", "-p", "r"}, "0 B?" + query.substr(2)},
+        {{"-p", "r"}, "2 " + usage},
+        {{"p"}, "2 " + usage},
+        {{"--base", "B", "p"}, "2 " + usage},
+        {{"--batch", "x"}, "2 " + usage},
+        {{"--decode"}, "2 " + usage}};
+    for (const auto& [args, expected] : rows)
+        EXPECT_EQ(run(args), expected) << args[0];
+}
