@@ -1,14 +1,10 @@
-#define OPENSSL_SUPPRESS_DEPRECATED
 #include <gtest/gtest.h>
-#include <openssl/des.h>
 
-#include <random>
 #include <sstream>
 
 #include "base/Exception.h"
 #include "crypto/Base64.h"
 #include "crypto/Copyright.h"
-#include "crypto/Des.h"
 #include "crypto/Hex.h"
 #include "crypto/StringCrypto.h"
 #include "tests/support/Process.h"
@@ -32,23 +28,6 @@ struct Counting : StringCrypto {
     int read = 0, written = 0;
 };
 
-// For a standard key K and block x, our Des(PC-1(K)) on IP(x) gives IP(DES_K(x)).
-using Bits = std::vector<unsigned char>;
-const int IP[64] = {58, 50, 42, 34, 26, 18, 10, 2, 60, 52, 44, 36, 28, 20, 12, 4,
-                    62, 54, 46, 38, 30, 22, 14, 6, 64, 56, 48, 40, 32, 24, 16, 8,
-                    57, 49, 41, 33, 25, 17, 9,  1, 59, 51, 43, 35, 27, 19, 11, 3,
-                    61, 53, 45, 37, 29, 21, 13, 5, 63, 55, 47, 39, 31, 23, 15, 7};
-const int PC1[56] = {57, 49, 41, 33, 25, 17, 9,  1,  58, 50, 42, 34, 26, 18, 10, 2,  59, 51, 43,
-                     35, 27, 19, 11, 3,  60, 52, 44, 36, 63, 55, 47, 39, 31, 23, 15, 7,  62, 54,
-                     46, 38, 30, 22, 14, 6,  61, 53, 45, 37, 29, 21, 13, 5,  28, 20, 12, 4};
-
-// Bit i of the result is bit table[i] (1-based, most significant first) of bytes.
-Bits select(const unsigned char* bytes, const int* table, int n) {
-    Bits bits(n);
-    for (int i = 0; i < n; ++i)
-        bits[i] = bytes[(table[i] - 1) / 8] >> (7 - (table[i] - 1) % 8) & 1;
-    return bits;
-}
 }  // namespace
 
 // The Base64 alphabet both ways; hex takes pairs and reads a foreign digit as 0.
@@ -72,25 +51,6 @@ TEST(Cipher, EveryByteLandsInsideTheBuffersAndASignedInputOfAWrongSizeOrPadIsRef
               "twelve by|");
     for (const std::string& in : {signature, signature + '\1', signature + '\10' + e.substr(17)})
         EXPECT_THROW(Counting()(in), Exception) << in.size();
-}
-
-TEST(DesConformance, AgreesWithLibcryptoOnThePublishedAndRandomKeysAndBlocks) {
-    DES_cblock key = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1};
-    DES_cblock x = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}, e, d;
-    std::mt19937 rng(20240601);
-    for (int i = 0; i <= 3000; ++i) {
-        DES_key_schedule schedule;
-        DES_set_key_unchecked(&key, &schedule);
-        DES_ecb_encrypt(&x, &e, &schedule, DES_ENCRYPT);
-        DES_ecb_encrypt(&x, &d, &schedule, DES_DECRYPT);
-        Des des;
-        des.initialize(select(key, PC1, 56).data());
-        Bits y = select(x, IP, 64), z = y;
-        des.encrypt(y.data()), des.decrypt(z.data());
-        ASSERT_EQ(std::make_pair(y, z), std::make_pair(select(e, IP, 64), select(d, IP, 64))) << i;
-        for (int j = 0; j < 8; ++j)
-            key[j] = rng(), x[j] = rng();
-    }
 }
 
 // An independent implementation's answers under keys/default.keys. The program runs in a network
@@ -197,8 +157,9 @@ TEST(Tool, TakesEachOptionOnlyInItsPlace) {
     const std::string query = run({"--", "-p", "r"});
     const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"--help"}, "0 " + usage.substr(1) + "|"},
-        {{"--policy"}, "0 # no policy: every local path and every http or https URL that a valid "
-                       "reference names is opened|"},
+        {{"--policy"},
+         "0 # no policy: every local path and every http or https URL that a valid "
+         "reference names is opened|"},
         {{"--base", "B", "--", "-p", "r"}, "0 B?" + query.substr(2)},
         {{"-p", "r"}, "2 " + usage},
         {{"p"}, "2 " + usage},
