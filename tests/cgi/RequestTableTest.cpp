@@ -26,8 +26,8 @@ const std::string PASSWORD = "a client password";
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 struct Row {
-    std::string where, name;  // file:line, the test's name
-    Pairs lines;              // directive, text
+    std::string where, name, text;  // file:line, the test's name, the row as written
+    Pairs lines;                    // directive, text
     std::string ref = "{peer}/a.gif";
     bool has(const std::string& key) const {
         return std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.first == key; });
@@ -41,6 +41,7 @@ void PrintTo(const Row& row, std::ostream* out) {
 // "get REF [N=V ...]" is a GET of {q:REF} and more environment; " => TEXT" ends any line with
 // the expected reply, a bare " =>" with the empty one.
 void addLine(Row& row, std::string line) {
+    row.text += line + "\n";
     const size_t arrow = (line + " ").find(" => ");
     const std::string out =
         arrow > line.size() ? "" : line.substr(std::min(arrow + 4, line.size()));
@@ -78,16 +79,18 @@ std::vector<std::pair<int, std::string>> logicalLines(std::istream& in) {
 
 // A row's reference, or else its first line, as a test name may be written; with the hash of
 // the row when an earlier row has the name.
-std::string nameOf(const std::string& text, const std::string& row, std::set<std::string>& names) {
+std::string nameOf(const Row& row, std::set<std::string>& names) {
     std::string name;
-    for (char c : text) {
+    for (char c : row.has("get")
+                      ? row.ref
+                      : row.text.substr(0, std::min(row.text.find(" =>"), row.text.find('\n')))) {
         const bool alnum = std::isalnum(static_cast<unsigned char>(c));
         if (alnum || (!name.empty() && name.back() != '_'))
             name += alnum ? c : '_';
     }
     name.resize(std::min<size_t>(name.size(), 60));
     if (!names.insert(name).second)
-        name += "_" + std::to_string(std::hash<std::string>()(row) % 1000000);
+        name += "_" + std::to_string(std::hash<std::string>()(row.text) % 1000000);
     return name;
 }
 
@@ -95,21 +98,17 @@ std::string nameOf(const std::string& text, const std::string& row, std::set<std
 std::vector<Row> load() {
     std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" + TABLE);
     std::vector<Row> rows;
-    std::vector<std::string> texts, firsts;
     std::set<std::string> names;
     bool blank = true;
     for (const auto& [number, text] : logicalLines(table)) {
-        if (!text.empty() && blank) {
+        if (!text.empty() && blank)
             rows.emplace_back().where = TABLE + ":" + std::to_string(number);
-            firsts.push_back(text.substr(0, text.find(" =>")));
-            texts.emplace_back();
-        }
         blank = text.empty();
         if (!blank)
-            addLine(rows.back(), text), texts.back() += text + "\n";
+            addLine(rows.back(), text);
     }
-    for (size_t i = 0; i < rows.size(); ++i)
-        rows[i].name = nameOf(rows[i].has("get") ? rows[i].ref : firsts[i], texts[i], names);
+    for (Row& row : rows)
+        row.name = nameOf(row, names);
     return rows;
 }
 
