@@ -1,21 +1,55 @@
-// One responder, many requests at once: each reply is the CGI program's for the same request, and
-// a stop finishes every request it accepted and leaves the others to the next responder.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <filesystem>
-#include <memory>
-#include <thread>
 
 #include "cgi/FastCgiServer.h"
 #include "tests/support/FastCgi.h"
-#include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
-#include "tests/support/TempDir.h"
 
 namespace {
-using Params = FastCgiClient::Params;
+using Params = Process::Environment;
+
+// A web server's end, connected at its first request: an unused one holds no thread.
+struct Client {
+    ~Client() { ::close(fd); }
+
+    void send(const std::string& socket, const Params& params, bool keep = false) {
+        const timeval limit = {10, 0};
+        if (fd < 0)
+            fd = unixSocket(socket, false);
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        std::string all = record(1, {0, 1, keep, 0, 0, 0, 0, 0}), pairs;
+        for (const auto& [name, value] : params)  // any length may take four bytes
+            pairs += length(name) + length(value) + name + value;
+        all += record(4, pairs) + record(4, "") + record(5, "cmd=env") + record(5, "");
+        ::send(fd, all.data(), all.size(), MSG_NOSIGNAL);
+    }
+
+    // Output up to the end of the request or connection, or limit bytes.
+    std::string receive(size_t limit = -1) {
+        std::string out;
+        uint8_t head[8];
+        char content[1 << 17];
+        for (ended = false; !ended && out.size() < limit && take(head, 8);) {
+            const int size = head[4] << 8 | head[5];
+            if (!take(content, size + head[6]))  // and the padding
+                break;
+            out.append(content, head[1] == 6 ? size : 0);
+            ended = head[1] == 3;
+        }
+        return out;
+    }
+    bool take(void* to, size_t n) {  // recv would wait for a byte of none
+        return !n || ::recv(fd, to, n, MSG_WAITALL) == ssize_t(n);
+    }
+    static std::string length(const std::string& s) {
+        return {'\x80', 0, char(s.size() >> 8), char(s.size())};
+    }
+    static std::string record(char type, const std::string& s) {
+        return std::string{1, type, 0, 1, char(s.size() >> 8), char(s.size()), 0, 0} + s;
+    }
+
+    int fd = -1;
+    bool ended = false;
+};
 
 TEST(FastCgiServer, ThreadsComeFromAPlainNumberUpToTheLimit) {
     const std::pair<const char*, int> values[] = {{nullptr, 1024}, {"", 1024},
@@ -29,144 +63,110 @@ TEST(FastCgiServer, ThreadsComeFromAPlainNumberUpToTheLimit) {
         EXPECT_EQ(FastCgiServer::threads(value), count) << (value ? value : "null");
 }
 
-std::string cgi(const Params& params, const std::string& body = "",
-                const char* program = TESSAVANT_BIN) {
-    return Process::run(program, {}, params, body).out;
+std::string cgi(const Params& params) {
+    return Process::run(TESSAVANT_BIN, {}, params, "cmd=env").out;
 }
 
-Params get(const std::string& reference, Params more = {}) {
+Params get(const std::string& reference) {
     std::string query = Process::run(TESSAVANT_URL, {"pw", reference}, {}).out;
     query.pop_back();  // its line end
-    more.insert(more.begin(), {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}});
-    return more;
+    return {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}};
 }
 
-// tests/support/slow-origin.py on a free port, for as long as the test runs.
-class Origin {
-  public:
-    Origin(const char* delay, int size) : port(std::to_string(ScriptedServer::freePort())) {
-        const int none = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-        const int standard[3] = {none, none, none};
-        pid = Process::start("/usr/bin/python3",
-                             {TESSAVANT_SOURCE_DIR "/tests/support/slow-origin.py", port, delay,
-                              std::to_string(size)},
-                             {}, standard, "");
-        ::close(none);
-        waitUntil([&] { return !ask("held").empty(); });
+const Params svr = {
+    {"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=svr"}, {"SERVER_SOFTWARE", "t"}};
+
+struct Origin {
+    Origin(const char* delay) {
+        const int standard[3] = {0, 1, 2};
+        pid = Process::start(TESSAVANT_SOURCE_DIR "/tests/support/slow-origin.py",
+                             {port, delay, "9999"}, {}, standard, "");
+        holds("0");
     }
     ~Origin() { Process::stop(pid); }
-    std::string url() const { return "http://127.0.0.1:" + port + "/image.bin"; }
-    std::string ask(const std::string& what) const {  // "peak" or "held"
-        const std::string at = "http://127.0.0.1:" + port + "/" + what;
-        return Process::run("/usr/bin/curl", {"-s", "--max-time", "5", at}, {}).out;
+    bool holds(const char* requests) const {
+        return waitUntil([&] {
+            return Process::run("/usr/bin/curl", {"-sm5", url + "held"}, {}).out == requests;
+        });
     }
 
-  private:
-    const std::string port;
+    const std::string port = std::to_string(ScriptedServer::freePort()),
+                      url = "http://127.0.0.1:" + port + "/";
     int pid;
 };
 
-// 32 clients at once, each sending every kind of request in turn; one of them goes away in the
-// middle of each large image it asks for, another sends all of its requests on one connection. A
-// failed intake (a POST without a length) ends only its own request.
-TEST(FastCgiServer, ClientsAtOnceGetTheCgiProgramsReplies) {
-    TempDir dir;
-    Origin origin("0.2", 10240);
-    const std::string small = dir.write("small.gif", std::string(1000, 'g')),
-                      big = dir.write("big.bin",
-                                      std::string(3 << 20, 'b'));  // more than sockets hold
-    struct Request {
-        Request(Params params, std::string body = "") : params(params), body(body) {}
-        Params params;
-        std::string body, reply;
-    };
-    std::vector<Request> mix = {
-        {get(big)},
-        {get(small)},
-        {get(origin.url())},
-        {get(origin.url())},
-        {get(small, {{"HTTP_IF_MODIFIED_SINCE", "Mon, 07 Nov 2050 00:00:00 GMT"}})},
-        {get(dir.path() + "/missing.gif")},
-        {{{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=svr"}, {"SERVER_SOFTWARE", "t"}}},
-        {{{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "7"}}, "cmd=env"},
-        {{{"REQUEST_METHOD", "POST"}}, "cmd=env"},
-        {{{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=none"}}}};
-    for (Request& r : mix)
-        r.reply = cgi(r.params, r.body);
-    const int listener = listenAt(dir.path() + "/socket");
-    Responder responder(dir, listener);
+// 32 clients at once; one keeps its connection throughout.
+void clientsAtOnce(const TempDir& dir, const std::string& socket, const Params& large) {
+    Origin origin("0.2");
+    const std::string small = dir.write("s.gif", std::string(1000, 'g'));
+    Params since = get(small);
+    since.push_back({"HTTP_IF_MODIFIED_SINCE", "Mon, 07 Nov 2050 00:00:00 GMT"});
+    std::vector<std::pair<Params, std::string>> mix;
+    for (const Params& params :
+         std::vector<Params>{large,
+                             get(small),
+                             get(origin.url),
+                             since,
+                             get(dir.path() + "/none.gif"),
+                             svr,
+                             {{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "7"}},
+                             {{"REQUEST_METHOD", "POST"}},  // a failed intake ends it alone
+                             {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=none"}}})
+        mix.push_back({params, cgi(params)});
     std::vector<std::thread> clients;
     for (size_t c = 0; c < 32; ++c)
         clients.emplace_back([&, c] {
-            const std::string socket = dir.path() + "/socket";
-            std::unique_ptr<FastCgiClient> kept(c == 1 ? new FastCgiClient(socket, true) : nullptr);
-            for (size_t n = 0; n < 2 * mix.size(); ++n) {
-                const size_t k = (c + n) % mix.size();
-                const bool leaves = c == 0 && k == 0;
-                std::unique_ptr<FastCgiClient> own(kept ? nullptr : new FastCgiClient(socket));
-                FastCgiClient& client = kept ? *kept : *own;
-                client.send(mix[k].params, mix[k].body);
-                const auto reply = client.receive(leaves ? 65536 : std::string::npos);
-                const bool right = leaves || (reply.ended && reply.out == mix[k].reply);
-                EXPECT_TRUE(right) << "request " << k << ": " << reply.out;
-                if (!right)
-                    return;  // no more for a responder that has failed
+            Client kept;
+            for (size_t n = c; n < c + mix.size(); ++n) {
+                const auto& [params, reply] = mix[n % mix.size()];
+                Client own, &client = c == 1 ? kept : own;
+                client.send(socket, params, c == 1);
+                if (n == 0)  // client 0 leaves amid the large image
+                    client.receive(65536);
+                else
+                    ASSERT_TRUE(client.receive() == reply && client.ended) << n;
             }
         });
-    for (std::thread& client : clients)
+    for (auto& client : clients)
         client.join();
-    ::kill(responder.pid, SIGTERM);
-    EXPECT_EQ(responder.end(), 0);
-    EXPECT_EQ(readFile(responder.log), "");
-    ::close(listener);
 }
 
-// SIGTERM amid remote requests waiting on their origin and a large image to a slow reader: each
-// ends byte-exact and the responder exits 0. A connection made after it waits in the socket for
-// the next responder (another file, which says so). A second SIGTERM ends that one at once.
-TEST(FastCgiServer, AStopFinishesWhatItAcceptedAndLeavesTheRestWaiting) {
+// A stop finishes what it accepted and leaves the rest to the next responder; a second one
+// ends it at once.
+TEST(FastCgiServer, ClientsAtOnceThenAStop) {
     TempDir dir;
-    Origin origin("2", 10240);
-    const Params remote = get(origin.url()),
-                 large = get(dir.write("big.bin", std::string(4 << 20, 'b')));
-    const Params svr = {
-        {"REQUEST_METHOD", "GET"}, {"QUERY_STRING", "cmd=svr"}, {"SERVER_SOFTWARE", "t"}};
+    Origin slow("2");
+    const Params remote = get(slow.url), large = get(dir.write("big", std::string(4 << 20, 'b')));
     const std::string fetched = cgi(remote), socket = dir.path() + "/socket",
                       next = dir.path() + "/next";
     std::filesystem::copy_file(TESSAVANT_BIN, next);
     const int listener = listenAt(socket);
     Responder first(dir, listener);
-    std::vector<std::unique_ptr<FastCgiClient>> waiting;
-    for (int i = 0; i < 8; ++i) {
-        waiting.emplace_back(new FastCgiClient(socket));
-        waiting.back()->send(remote);
-    }
-    FastCgiClient reader(socket);
-    reader.send(large);
-    std::string body = reader.receive(65536).out;
-    ASSERT_TRUE(waitUntil([&] { return origin.ask("held") == "8"; }));
-    ::kill(first.pid, SIGTERM);
-    // The threads of the nine requests stay, the seven others end.
-    ASSERT_TRUE(waitUntil([&] { return first.threads() == first.started - 7; }));
-    FastCgiClient late(socket);
-    late.send(svr);
-    body += reader.receive(std::string::npos, 1).out;
-    EXPECT_TRUE(body == cgi(large)) << body.size() << " bytes";
+    clientsAtOnce(dir, socket, large);
+    Client reader, waiting[8], late, cut;
+    reader.send(socket, large);  // accepted before the next ones
     for (auto& client : waiting)
-        EXPECT_EQ(client->receive().out, fetched);
+        client.send(socket, remote);
+    ASSERT_TRUE(slow.holds("8"));
+    ::kill(first.pid, SIGTERM);
+    // Once its idle threads end, it takes no more.
+    ASSERT_TRUE(waitUntil([&] { return first.threads() < first.started; }));
+    late.send(socket, svr);
+    EXPECT_TRUE(reader.receive() == cgi(large));
+    for (auto& client : waiting)
+        EXPECT_TRUE(client.receive() == fetched);
     EXPECT_EQ(first.end(), 0);
 
     Responder second(dir, listener, next);
-    EXPECT_EQ(late.receive().out, cgi(svr, "", next.c_str()));
-    FastCgiClient cut(socket);
-    cut.send(remote);
-    ASSERT_TRUE(waitUntil([&] { return origin.ask("held") == "1"; }));
+    EXPECT_EQ(late.receive(), Process::run(next, {}, svr).out);
+    cut.send(socket, large);
+    cut.receive(65536);
     ::kill(second.pid, SIGTERM);
-    ASSERT_TRUE(waitUntil([&] { return second.threads() == second.started - 15; }));
+    ASSERT_TRUE(waitUntil([&] { return second.threads() < second.started; }));
     ::kill(second.pid, SIGTERM);
-    const int status = second.end();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
-    EXPECT_FALSE(cut.receive().ended);
+    EXPECT_EQ(second.end(), SIGTERM);  // killed by it
+    cut.receive();
+    EXPECT_FALSE(cut.ended);
     EXPECT_EQ(readFile(first.log), "");
     ::close(listener);
 }

@@ -148,15 +148,21 @@ std::string generated(const std::string& name, const std::string& arg) {
     throw std::invalid_argument("no such value {" + name + ":...}");
 }
 
+// \n \r \s (a space) \xHH, and a backslash before any other character: that character.
 std::string unescape(const std::string& text) {
     std::string bytes;
     for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i] == '\\' && i + 1 < text.size() ? text[++i] : 0;
-        if (c == 'x')
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            bytes += text[i];
+            continue;
+        }
+        const char c = text[++i];
+        if (c == 'x') {
             bytes += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-        i += c == 'x' ? 2 : 0;
-        if (c != 'x')
-            bytes += c == 0 ? text[i] : c == 'n' ? '\n' : c == 'r' ? '\r' : c == 's' ? ' ' : c;
+            i += 2;
+        } else {
+            bytes += c == 'n' ? '\n' : c == 'r' ? '\r' : c == 's' ? ' ' : c;
+        }
     }
     return bytes;
 }
