@@ -1,8 +1,6 @@
 // Every row of requests.txt: exactly the expected bytes, nothing on standard error, the row's
 // exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or descriptor left open.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <utime.h>
 
 #include <filesystem>
