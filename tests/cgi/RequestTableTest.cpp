@@ -1,22 +1,18 @@
-// Every row of requests.txt: exactly the expected bytes, nothing on standard error, the row's
-// exit; under TESSAVANT_MEMCHECK, no memcheck error, leak or descriptor left open.
+// Every row of requests.txt (of policy.txt under run-policy-table): exactly the expected bytes,
+// nothing on standard error, the row's exit; under memcheck, no error, leak or open descriptor.
 #include <gtest/gtest.h>
 #include <utime.h>
 
 #include <filesystem>
-#include <fstream>
-#include <memory>
+#include <optional>
 #include <set>
 
 #include "crypto/Copyright.h"
 #include "crypto/StringCrypto.h"
 #include "tests/support/FastCgi.h"
-#include "tests/support/Process.h"
 #include "tests/support/ScriptedServer.h"
-#include "tests/support/TempDir.h"
 
 namespace {
-// run-policy-table names a program built with policy.conf, for policy.txt.
 const char* const POLICY_BIN = std::getenv("TESSAVANT_POLICY_BIN");
 const std::string TABLE = POLICY_BIN ? "policy.txt" : "requests.txt";
 const bool MEMCHECK = std::getenv("TESSAVANT_MEMCHECK") != nullptr;
@@ -24,9 +20,8 @@ const std::string PASSWORD = "a client password";
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 struct Row {
-    std::string where, name, text;  // file:line, the test's name, the row as written
-    Pairs lines;                    // directive, text
-    std::string ref = "{peer}/a.gif";
+    std::string where, name, text, ref = "{peer}/a.gif";  // file:line, test name, as written
+    Pairs lines;                                          // directive, text
     bool has(const std::string& key) const {
         return std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.first == key; });
     }
@@ -36,74 +31,64 @@ void PrintTo(const Row& row, std::ostream* out) {
     *out << row.where;
 }
 
-// "get REF [N=V ...]" is a GET of {q:REF} and more environment; " => TEXT" ends any line with
-// the expected reply, a bare " =>" with the empty one.
-void addLine(Row& row, std::string line) {
+std::string before(const std::string& text, const std::string& end) {
+    return text.substr(0, text.find(end));
+}
+
+std::string after(const std::string& text, const std::string& start) {
+    const size_t at = text.find(start);
+    return at == text.npos ? "" : text.substr(at + start.size());
+}
+
+// "get REF N=V..." is the environment of a GET of {q:REF}; " => TEXT" adds the expected reply.
+void addLine(Row& row, const std::string& line) {
     row.text += line + "\n";
     const size_t arrow = (line + " ").find(" => ");
-    const std::string out =
-        arrow > line.size() ? "" : line.substr(std::min(arrow + 4, line.size()));
-    line.resize(std::min(arrow, line.size()));
-    const size_t space = std::min(line.find(' '), line.size());
-    std::string key = line.substr(0, space), text = line.substr(std::min(space + 1, line.size()));
+    std::string text = line.substr(0, arrow), key = before(text, " ");
+    text = after(text, " ");
     if (key == "get") {
-        const size_t end = std::min(text.find(' '), text.size());
-        row.ref = text.substr(0, end);
-        row.lines.emplace_back("get", "");
+        row.ref = before(text, " ");
+        row.lines.emplace_back(key, "");
+        text = "REQUEST_METHOD=GET QUERY_STRING={q:" + row.ref + "} " + after(text, " ");
         key = "env";
-        text = "REQUEST_METHOD=GET QUERY_STRING={q:" + row.ref + "}" + text.substr(end);
     }
     row.lines.emplace_back(key, text);
-    if (arrow <= line.size())
-        row.lines.emplace_back("out", out);
+    if (arrow != line.npos)
+        row.lines.emplace_back("out", line.substr(std::min(arrow + 4, line.size())));
 }
 
-// The table's lines and their numbers, without comments; an indented line continues the one
-// before it.
-std::vector<std::pair<int, std::string>> logicalLines(std::istream& in) {
-    std::vector<std::pair<int, std::string>> lines;
-    std::string line;
-    for (int number = 1; std::getline(in, line); ++number) {
-        const size_t start = line.find_first_not_of(' ');
-        if (start == std::string::npos)
-            lines.emplace_back(number, "");
-        else if (start > 0 && !lines.empty() && !lines.back().second.empty())
-            lines.back().second += line.substr(start);
-        else if (line[0] != '#')
-            lines.emplace_back(number, line);
-    }
-    return lines;
-}
-
-// A row's reference, or else its first line, as a test name may be written; with the hash of
-// the row when an earlier row has the name.
+// The test's name: the reference, or else the first line, made of letters, digits and '_';
+// with the row's hash when an earlier row has it.
 std::string nameOf(const Row& row, std::set<std::string>& names) {
     std::string name;
-    for (char c : row.has("get")
-                      ? row.ref
-                      : row.text.substr(0, std::min(row.text.find(" =>"), row.text.find('\n')))) {
-        const bool alnum = std::isalnum(static_cast<unsigned char>(c));
-        if (alnum || (!name.empty() && name.back() != '_'))
-            name += alnum ? c : '_';
-    }
+    for (char c : row.has("get") ? row.ref : before(before(row.text, "\n"), " =>"))
+        if (std::isalnum(static_cast<unsigned char>(c)) || (!name.empty() && name.back() != '_'))
+            name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
     name.resize(std::min<size_t>(name.size(), 60));
     if (!names.insert(name).second)
         name += "_" + std::to_string(std::hash<std::string>()(row.text) % 1000000);
     return name;
 }
 
-// Rows run to a blank line.
+// Rows end at a blank line; an indented line continues the one before; '#' starts a comment.
 std::vector<Row> load() {
-    std::ifstream table(TESSAVANT_SOURCE_DIR "/tests/cgi/" + TABLE);
+    std::istringstream table(readFile(TESSAVANT_SOURCE_DIR "/tests/cgi/" + TABLE));
     std::vector<Row> rows;
+    std::vector<std::pair<int, std::string>> lines{{0, ""}};  // number and text
+    std::string line;
+    for (int number = 1; std::getline(table, line); ++number) {
+        const size_t start = line.find_first_not_of(' ');
+        if (start != line.npos && start > 0 && !lines.back().second.empty())
+            lines.back().second += line.substr(start);
+        else if (line[0] != '#')
+            lines.emplace_back(number, start == line.npos ? "" : line);
+    }
     std::set<std::string> names;
-    bool blank = true;
-    for (const auto& [number, text] : logicalLines(table)) {
-        if (!text.empty() && blank)
-            rows.emplace_back().where = TABLE + ":" + std::to_string(number);
-        blank = text.empty();
-        if (!blank)
-            addLine(rows.back(), text);
+    for (size_t i = 1; i < lines.size(); ++i) {
+        if (!lines[i].second.empty() && lines[i - 1].second.empty())
+            rows.emplace_back().where = TABLE + ":" + std::to_string(lines[i].first);
+        if (!lines[i].second.empty())
+            addLine(rows.back(), lines[i].second);
     }
     for (Row& row : rows)
         row.name = nameOf(row, names);
@@ -123,15 +108,14 @@ std::string pattern(size_t size) {  // every byte value
 
 // The header block of a local image (or, with a date, of a remote one): {head:LENGTH[,DATE]}.
 std::string head(const std::string& arg) {
-    const size_t comma = std::min(arg.find(','), arg.size());
     const std::string date =
-        comma < arg.size() ? arg.substr(comma + 1) : "Sun, 06 Nov 1994 08:49:37 GMT";
-    return "Connection: keep-alive\nContent-Type: application/octet-stream\n"
-           "Accept-Ranges: bytes\nLast-Modified: " +
+        arg.find(',') == arg.npos ? "Sun, 06 Nov 1994 08:49:37 GMT" : after(arg, ",");
+    return "Connection: keep-alive\nContent-Type: application/octet-stream\nAccept-Ranges: bytes"
+           "\nLast-Modified: " +
            date + "\nEtag: \"" + date +
            "\"\nCache-Control: max-age=31536000, must-revalidate, public\n"
            "Expires: Fri, 31 Dec 2027 12:00:00 GMT\nContent-Length: " +
-           arg.substr(0, comma) + "\n\n";
+           before(arg, ",") + "\n\n";
 }
 
 // {q:REF}, {file:@N} and {head:...}.
@@ -165,16 +149,15 @@ std::string unescape(const std::string& text) {
     return bytes;
 }
 
-// A row's text as bytes: escapes, then names (in order: later ones expand earlier ones), then
-// generated values.
+// Escapes, then names (in order: a later one may hold an earlier one), then generated values.
 std::string expand(const std::string& text, const Pairs& names) {
     std::string bytes = unescape(text);
     for (const auto& [name, value] : names)
-        for (size_t at; (at = bytes.find("{" + name + "}")) != std::string::npos;)
+        for (size_t at; (at = bytes.find("{" + name + "}")) != bytes.npos;)
             bytes.replace(at, name.size() + 2, value);
-    for (size_t open, from = 0; (open = bytes.find('{', from)) != std::string::npos;) {
+    for (size_t open, from = 0; (open = bytes.find('{', from)) != bytes.npos;) {
         const size_t colon = bytes.find(':', open), close = bytes.find('}', colon);
-        if (close == std::string::npos)
+        if (close == bytes.npos)
             break;
         const std::string value = generated(bytes.substr(open + 1, colon - open - 1),
                                             bytes.substr(colon + 1, close - colon - 1));
@@ -190,7 +173,7 @@ struct Setup {
     std::vector<std::string> args, sent;
     std::vector<ScriptedServer::Exchange> script;
     std::string in, out;
-    int signal = 0, limit = 60;
+    int signal = 0, limit = MEMCHECK ? 300 : 60;
     bool stop = false;
 };
 
@@ -201,7 +184,7 @@ void makeFile(const std::string& path, const std::string& content) {
 }
 
 void apply(Setup& s, const std::string& key, const std::string& value, const std::string& dir) {
-    const size_t space = value.find(' ');
+    const std::string name = dir + "/" + before(value, " "), rest = after(value, " ");
     if ((key == "more" || key == "sent") && s.script.empty())
         ADD_FAILURE() << "\"" << key << "\" before any peer";
     else if (key == "arg")
@@ -211,12 +194,13 @@ void apply(Setup& s, const std::string& key, const std::string& value, const std
     else if (key == "out")
         s.out += value;
     else if (key == "file")
-        makeFile(dir + "/" + value.substr(0, space), value.substr(space + 1));
+        makeFile(name, rest);
     else if (key == "link")
-        ::symlink(value.substr(space + 1).c_str(), (dir + "/" + value.substr(0, space)).c_str());
-    else if (key == "peer" || key == "tls")
-        s.script.push_back({{value}}), s.sent.emplace_back();
-    else if (key == "more")
+        ::symlink(rest.c_str(), name.c_str());
+    else if (key == "peer" || key == "tls") {
+        s.script.push_back({{value}});
+        s.sent.emplace_back();
+    } else if (key == "more")
         s.script.back().pieces.push_back(value);
     else if (key == "sent")
         s.sent.back() = value;
@@ -231,24 +215,21 @@ void apply(Setup& s, const std::string& key, const std::string& value, const std
 
 Setup setUp(const Row& row, const Pairs& names, const std::string& dir) {
     Setup s;
-    s.limit = MEMCHECK ? 300 : 60;
     for (const auto& [key, text] : row.lines) {
-        if (key != "env") {
-            apply(s, key, expand(text, names), dir);
-            continue;
-        }
-        std::istringstream items(text);  // expanded item by item: a value may hold a space
-        for (std::string item; items >> item;) {
+        std::istringstream items(text);  // env is expanded item by item: a value may hold a space
+        for (std::string item; key == "env" && items >> item;) {
             item = expand(item, names);
-            s.env.emplace_back(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+            s.env.emplace_back(before(item, "="), after(item, "="));
         }
+        if (key != "env")
+            apply(s, key, expand(text, names), dir);
     }
     if (s.env.empty() && s.args.empty())
         s.env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", expand("{q:{ref}}", names)}};
     return s;
 }
 
-Pairs namesFor(const Row& row, const std::string& dir, const ScriptedServer* peer,
+Pairs namesFor(const Row& row, const std::string& dir, const std::optional<ScriptedServer>& peer,
                const std::string& program) {
     return {{"e", "{T}e={ref} - "},
             {"ref", row.ref},
@@ -263,21 +244,27 @@ Pairs namesFor(const Row& row, const std::string& dir, const ScriptedServer* pee
 }
 
 // Under memcheck, valgrind runs the program; through FastCGI, cgi-fcgi asks the responder.
-Process::Result runProgram(const std::string& program, Setup& s, const std::string& dir,
+Process::Result runProgram(std::string program, Setup& s, const std::string& dir,
                            const std::string& socket) {
-    if (!socket.empty())
-        return Process::run("/usr/bin/cgi-fcgi", {"-bind", "-connect", socket}, s.env, s.in,
-                            s.limit, dir, s.stop);
-    if (!MEMCHECK)
-        return Process::run(program, s.args, s.env, s.in, s.limit, dir, s.stop);
-    s.args.insert(s.args.begin(), {"--error-exitcode=99", "--leak-check=full", "--track-fds=yes",
-                                   "--vgdb=no", "--errors-for-leak-kinds=definite,indirect",
-                                   "--log-file=" + dir + "/vg.log", program});
-    return Process::run("/usr/bin/valgrind", s.args, s.env, s.in, s.limit, dir, s.stop);
+    const std::vector<std::string> valgrind = {"--error-exitcode=99",
+                                               "--leak-check=full",
+                                               "--track-fds=yes",
+                                               "--vgdb=no",
+                                               "--errors-for-leak-kinds=definite,indirect",
+                                               "--log-file=" + dir + "/vg",
+                                               program};
+    if (!socket.empty()) {
+        program = "/usr/bin/cgi-fcgi";
+        s.args = {"-bind", "-connect", socket};
+    } else if (MEMCHECK) {
+        program = "/usr/bin/valgrind";
+        s.args.insert(s.args.begin(), valgrind.begin(), valgrind.end());
+    }
+    return Process::run(program, s.args, s.env, s.in, s.limit, dir, s.stop);
 }
 
-void check(const Process::Result& r, const Setup& s, ScriptedServer* peer, const std::string& dir,
-           bool fastCgi) {
+void check(const Process::Result& r, const Setup& s, std::optional<ScriptedServer>& peer,
+           const std::string& dir, bool fastCgi) {
     const bool memcheck = MEMCHECK && !fastCgi;
     // valgrind adds to the environment; through FastCGI an intake failure ends with status 1.
     EXPECT_TRUE(memcheck || r.out == s.out) << r.out.size() << " bytes:\n" << r.out.substr(0, 999);
@@ -287,30 +274,26 @@ void check(const Process::Result& r, const Setup& s, ScriptedServer* peer, const
     EXPECT_TRUE(!peer || peer->finish());
     for (size_t i = 0; peer && i < s.sent.size(); ++i)
         EXPECT_EQ(peer->requests.at(i).substr(0, s.sent[i].size()), s.sent[i]);
-    if (!memcheck)
-        return;
-    const std::string report = readFile(dir + "/vg.log");  // the log is the fourth descriptor
-    EXPECT_TRUE(report.find(" 0 errors") != std::string::npos &&
-                report.find(" 4 open (3 std)") != std::string::npos)
+    const std::string report = readFile(dir + "/vg");  // the log is the fourth descriptor
+    EXPECT_TRUE(!memcheck || (report.find(" 0 errors") != report.npos &&
+                              report.find(" 4 open (3 std)") != report.npos))
         << report;
 }
 
 // As a CGI program in dir, or through the FastCGI responder on socket.
 void runRow(const Row& row, const std::string& dir, const std::string& socket = "") {
     SCOPED_TRACE(row.where);
-    ASSERT_TRUE(row.has("out"))
-        << "no expected reply (\"=>\" with nothing after it is the empty one)";
+    ASSERT_TRUE(row.has("out")) << "no expected reply (\"=>\" alone is the empty one)";
     if (!socket.empty() && (row.has("arg") || row.has("cgi")))
         return;
-    std::unique_ptr<ScriptedServer> peer;
+    std::optional<ScriptedServer> peer;
     if (row.has("peer") || row.has("tls") || row.has("silent"))
-        peer.reset(new ScriptedServer(!row.has("peer") && row.has("tls")));
+        peer.emplace(!row.has("peer") && row.has("tls"));
     const std::string program = std::filesystem::canonical(POLICY_BIN ? POLICY_BIN : TESSAVANT_BIN);
-    Setup s = setUp(row, namesFor(row, dir, peer.get(), program), dir);
+    Setup s = setUp(row, namesFor(row, dir, peer, program), dir);
     if (peer)
         peer->serve(s.script);
-    const Process::Result r = runProgram(program, s, dir, socket);
-    check(r, s, peer.get(), dir, !socket.empty());
+    check(runProgram(program, s, dir, socket), s, peer, dir, !socket.empty());
 }
 
 class Request : public testing::TestWithParam<Row> {};
@@ -338,7 +321,7 @@ TEST(Cgi, AnImageToAnAppendingOutputArrivesWhole) {
 TEST(FastCgi, EveryRowThroughOneResponder) {
     TempDir dir;
     const std::string socket = dir.path() + "/socket";
-    const int listener = listenAt(socket);
+    const int listener = unixSocket(socket, true);
     Responder responder(dir, listener);
     ::close(listener);
     const auto descriptors = [&] { return Process::count(responder.pid, "fd"); };
@@ -346,8 +329,7 @@ TEST(FastCgi, EveryRowThroughOneResponder) {
     for (const Row& row : load())
         runRow(row, dir.path(), socket);
     // The last connection may still be closing when its client has the reply.
-    waitUntil([&] { return descriptors() == idle; });
-    EXPECT_EQ(descriptors(), idle);
+    EXPECT_TRUE(waitUntil([&] { return descriptors() == idle; }));
     ::kill(responder.pid, SIGTERM);
     EXPECT_EQ(responder.end(), 0);
     EXPECT_EQ(readFile(responder.log), "");
