@@ -140,7 +140,7 @@ TEST(FastCgiServer, ClientsAtOnceThenAStop) {
     const std::string fetched = cgi(remote), socket = dir.path() + "/socket",
                       next = dir.path() + "/next";
     std::filesystem::copy_file(TESSAVANT_BIN, next);
-    const int listener = listenAt(socket);
+    const int listener = unixSocket(socket, true);
     Responder first(dir, listener);
     clientsAtOnce(dir, socket, large);
     Client reader, waiting[8], late, cut;

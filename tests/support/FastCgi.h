@@ -17,10 +17,6 @@ inline int unixSocket(const std::string& path, bool listening) {
     return fd;
 }
 
-inline int listenAt(const std::string& path) {
-    return unixSocket(path, true);
-}
-
 template <typename F>
 bool waitUntil(F done) {  // for ten seconds at most
     for (int i = 0; i < 200; ++i, ::usleep(50000))
