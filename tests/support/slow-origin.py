@@ -1,15 +1,13 @@
 #!/usr/bin/python3
-"""slow-origin.py PORT DELAY SIZE: an origin on 127.0.0.1:PORT that answers every GET after DELAY
-seconds with the same SIZE bytes, however many wait; GET /peak and /held answer at once: the most
-requests held at the same time, and those held now. Ends on SIGTERM."""
+"""slow-origin.py PORT DELAY SIZE: on 127.0.0.1:PORT, the same SIZE bytes for every GET after
+DELAY s, however many wait; /peak and /held at once: the most held at a time, and now."""
 import asyncio
 import signal
 import sys
 
 port, delay, size = int(sys.argv[1]), float(sys.argv[2]), int(sys.argv[3])
-body = bytes((i * 7 + i // 4096) & 255 for i in range(size))
-count = {b"held": 0, b"peak": 0}
-signal.signal(signal.SIGTERM, lambda *_: sys.exit())
+body, count = bytes(i % 251 for i in range(size)), {b"held": 0, b"peak": 0}
+signal.signal(signal.SIGTERM, lambda *_: sys.exit())  # ends quietly
 
 
 async def answer(reader, writer):
@@ -19,7 +17,7 @@ async def answer(reader, writer):
             text = b"%d" % count[name]
         else:
             count[b"held"] += 1
-            count[b"peak"] = max(count[b"peak"], count[b"held"])
+            count[b"peak"] = max(count.values())
             await asyncio.sleep(delay)
             count[b"held"] -= 1
             text = body
@@ -33,6 +31,5 @@ async def answer(reader, writer):
 
 async def main():
     await (await asyncio.start_server(answer, "127.0.0.1", port, backlog=4096)).serve_forever()
-
 
 asyncio.run(main())
