@@ -44,10 +44,15 @@ BUILD_PACKAGES=(build-essential cmake pkg-config libssl-dev libfcgi-dev openssl 
 # spawn-fcgi for the FastCGI runs (it also starts the responder for nginx and
 # Apache in the deployment tests), libssl3 for https at run time,
 # varnish for the caching front, systemd for systemd-analyze (nothing here
-# boots it), python3 for the slow origin that the FastCGI tests fetch from.
+# boots it), python3 for the slow origin that the FastCGI tests fetch from, chromium
+# (headless) for the demo page's browser test, nodejs, npm, python3-venv, python3-setuptools
+# and python3-wheel for the JS and Python clients' test.
 TEST_PACKAGES=(ninja-build libgtest-dev libbenchmark-dev locales procps iproute2 file libfcgi-bin spawn-fcgi python3
     libssl3 util-linux varnish systemd
     apache2-bin nginx fcgiwrap dpkg-dev binutils man-db groff-base
-    valgrind clang-14 libclang-rt-14-dev)
+    valgrind clang-14 libclang-rt-14-dev chromium
+    nodejs python3-venv python3-setuptools python3-wheel)
+# Some builds of nodejs carry their own npm, which Debian's npm package would conflict with.
+command -v npm > /dev/null || TEST_PACKAGES+=(npm)
 # What bench/run needs on top of the build packages.
 BENCH_PACKAGES=(libbenchmark-dev wrk python3)
